@@ -1,0 +1,56 @@
+# Front door of the build. `make test` is what CI runs.
+GEN        := -G Ninja
+BUILD      := build
+BUILD_ASAN := build-asan
+BUILD_TSAN := build-tsan
+BUILD_REL  := build-release
+JOBS       ?= $(shell nproc)
+CTEST      := ctest --output-on-failure -j $(JOBS) --timeout 300
+
+.PHONY: all deps configure build test test-debug test-asan tsan bench run clean
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+$(BUILD)/build.ninja:
+	cmake -S . -B $(BUILD) $(GEN) -DCMAKE_BUILD_TYPE=Debug
+
+$(BUILD_ASAN)/build.ninja:
+	cmake -S . -B $(BUILD_ASAN) $(GEN) -DCMAKE_BUILD_TYPE=Debug -DZEM_SANITIZE=ON
+
+$(BUILD_TSAN)/build.ninja:
+	cmake -S . -B $(BUILD_TSAN) $(GEN) -DCMAKE_BUILD_TYPE=Debug -DZEM_TSAN=ON
+
+$(BUILD_REL)/build.ninja:
+	cmake -S . -B $(BUILD_REL) $(GEN) -DCMAKE_BUILD_TYPE=Release -DZEM_BUILD_BENCH=ON -DZEM_BUILD_TESTS=OFF
+
+build: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+test-debug: build
+	cd $(BUILD) && $(CTEST)
+
+test-asan: deps $(BUILD_ASAN)/build.ninja
+	cmake --build $(BUILD_ASAN) -j $(JOBS)
+	cd $(BUILD_ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 $(CTEST)
+
+# Every test, in a normal build and again under AddressSanitizer + UBSan.
+test: test-debug test-asan
+
+# ThreadSanitizer run of the tests; slow, so not part of `make test`.
+tsan: deps $(BUILD_TSAN)/build.ninja
+	cmake --build $(BUILD_TSAN) -j $(JOBS)
+	cd $(BUILD_TSAN) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 $(CTEST)
+
+bench: deps $(BUILD_REL)/build.ninja
+	cmake --build $(BUILD_REL) -j $(JOBS)
+	@echo "benchmarks built in $(BUILD_REL)/bin (*_bench)"
+
+run: build
+	@if [ -x $(BUILD)/bin/zemora ]; then exec $(BUILD)/bin/zemora; \
+	else echo "The host program zemora is not built yet: it arrives with the engine shell."; exit 1; fi
+
+clean:
+	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_REL)

@@ -1,0 +1,60 @@
+#pragma once
+// The engine's debug log: one printf-like call that reaches three sinks at once
+// (debugger output, flushed standard output, and an appended log file).
+#include <cstdarg>
+#include <string>
+
+namespace Common
+{
+    void Log(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    void LogV(const char* format, va_list args);
+
+    // Appends line + '\n' to <log directory><channel>; a null channel is the default file.
+    void LogToFile(const char* channel, const char* line);
+    void LogToFilef(const char* channel, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    // Sets the default log file and the log directory (documents folder when asked, then the sub-folder).
+    void InitLog(bool useDocuments, const char* subFolder, const char* fileName);
+
+    // Logs "Error : context : code -- system text".
+    void ReportError(const char* context, int code);
+
+    // Logs "file(line) : " then the formatted message; breaks only under a debugger.
+    void ReportAssert(const char* location, const char* file, int line, const char* format, ...)
+        __attribute__((format(printf, 4, 5)));
+
+    bool CheckDebugger();
+
+    // Copies every formatted log text for as long as it lives; tests read what the
+    // engine said. Captures are process-wide, nested captures all receive the text.
+    class ScopedLogCapture
+    {
+    public:
+        ScopedLogCapture();
+        ~ScopedLogCapture();
+        ScopedLogCapture(const ScopedLogCapture&) = delete;
+        ScopedLogCapture& operator=(const ScopedLogCapture&) = delete;
+
+        std::string Text() const;
+        bool Contains(const char* needle) const;
+        void Clear();
+
+        void Append(const char* text);
+
+    private:
+        struct Impl;
+        Impl* m_pImpl;
+    };
+}
+
+// Checks a condition and reports, never stops. The message must be a string literal
+// (printf format). Evaluates to the condition's value so the caller can take the safe
+// path: `if (!ZEM_ASSERT(p != nullptr, "no target")) return false;`.
+#define ZEM_ASSERT(expr, fmt, ...)                                                                     \
+    __extension__({                                                                                    \
+        const bool zemAssertOk_ = static_cast<bool>(expr);                                             \
+        if (!zemAssertOk_)                                                                             \
+            ::Common::ReportAssert(__func__, __FILE__, __LINE__, "Assertion \"%s\" failed. " fmt, #expr \
+                                   __VA_OPT__(, ) __VA_ARGS__);                                          \
+        zemAssertOk_;                                                                                  \
+    })
