@@ -4,10 +4,12 @@ BUILD      := build
 BUILD_ASAN := build-asan
 BUILD_TSAN := build-tsan
 BUILD_REL  := build-release
+BUILD_FUZZ := build-fuzz
+FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 CTEST      := ctest --output-on-failure -j $(JOBS) --timeout 300
 
-.PHONY: all deps configure build test test-debug test-asan tsan bench run clean
+.PHONY: all deps configure build test test-debug test-asan tsan bench fuzz run clean
 
 all: build
 
@@ -48,9 +50,20 @@ bench: deps $(BUILD_REL)/build.ninja
 	cmake --build $(BUILD_REL) -j $(JOBS)
 	@echo "benchmarks built in $(BUILD_REL)/bin (*_bench)"
 
+$(BUILD_FUZZ)/build.ninja:
+	cmake -S . -B $(BUILD_FUZZ) $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEM_FUZZ=ON \
+	  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+
+# Builds every libFuzzer target and runs each for FUZZ_SECONDS over a scratch copy of its corpus.
+fuzz: deps
+	@bash scripts/install-deps.sh fuzz
+	$(MAKE) $(BUILD_FUZZ)/build.ninja
+	cmake --build $(BUILD_FUZZ) -j $(JOBS)
+	@bash scripts/run-fuzzers.sh $(BUILD_FUZZ) $(FUZZ_SECONDS)
+
 run: build
 	@if [ -x $(BUILD)/bin/zemora ]; then exec $(BUILD)/bin/zemora; \
 	else echo "The host program zemora is not built yet: it arrives with the engine shell."; exit 1; fi
 
 clean:
-	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_REL)
+	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_REL) $(BUILD_FUZZ)

@@ -8,6 +8,10 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   rapidjson-dev
 )
+# `install-deps.sh fuzz` adds what the libFuzzer build needs.
+if [ "${1:-}" = "fuzz" ]; then
+  PACKAGES+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${PACKAGES[@]}"; do
