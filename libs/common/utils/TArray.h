@@ -205,7 +205,7 @@ namespace ZemRenderer
         // Makes room for one more element and returns its raw slot, counted in the size.
         T* Grow(const Common::AllocSite& site)
         {
-            if (!ZEM_ASSERT(m_uiSize < uiMaxValue, "TArray capacity is full already")) return nullptr;
+            if (!ZEM_ASSERT(m_uiSize<uiMaxValue, "TArray capacity is full already")) return nullptr;
             if (m_uiSize == m_uiCapacity)
             {
                 IndexType next;
