@@ -82,8 +82,9 @@ namespace Common
     class SelfLocked
     {
     public:
-        template <class... Args>
-        explicit SelfLocked(Args&&... args) : m_kValue(std::forward<Args>(args)...)
+        SelfLocked() = default;
+        template <class A0, class... Args>
+        explicit SelfLocked(A0&& a0, Args&&... args) : m_kValue(std::forward<A0>(a0), std::forward<Args>(args)...)
         {
         }
         virtual ~SelfLocked() = default;
@@ -94,7 +95,7 @@ namespace Common
         virtual CScopeLock<T> Lock() { return CScopeLock<T>(&m_kLock, &m_kValue); }
 
     private:
-        T m_kValue;
+        T m_kValue{};
         CLockable m_kLock;
     };
 }

@@ -26,7 +26,8 @@ namespace ZemRenderer
         // What the searches return when nothing matches (-1 in the index type).
         static constexpr IndexType npos = uiMaxValue;
 
-        explicit TArray(IndexType initialCapacity = 0, Common::AllocSite site = {})
+        TArray() = default;
+        explicit TArray(IndexType initialCapacity, Common::AllocSite site = {})
         {
             if (initialCapacity) Reserve(initialCapacity, site);
         }
