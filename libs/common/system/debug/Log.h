@@ -1,6 +1,8 @@
 #pragma once
 // The engine's debug log: one printf-like call that reaches three sinks at once
 // (debugger output, flushed standard output, and an appended log file).
+// A log line is at most 2048 bytes with its terminating zero; a longer one is reported
+// and dropped.
 #include <cstdarg>
 #include <string>
 
@@ -24,6 +26,13 @@ namespace Common
         __attribute__((format(printf, 4, 5)));
 
     bool CheckDebugger();
+
+    // The directory that InitLog settled ("" before InitLog), with its trailing separator.
+    const char* GetLogDirectory();
+
+    // How many of the per-thread log buffers no living thread holds. A thread holds one
+    // from its first log line until it exits.
+    int GetFreeLogThreadSlots();
 
     // Copies every formatted log text for as long as it lives; tests read what the
     // engine said. Captures are process-wide, nested captures all receive the text.
