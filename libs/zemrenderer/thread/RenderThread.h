@@ -1,0 +1,182 @@
+#pragma once
+// The thread that owns the Renderer, the buckets and every device object. Producers
+// reach it only through workers put on its three queues: update, render and release.
+// Every worker carries the frame stamp of the producer; the render thread runs a
+// queue's worker only when its own frame has reached that stamp, update first, then
+// render, then release.
+#include <atomic>
+#include <cstdint>
+
+#include "common/system/mutex/Mutex.h"
+#include "common/system/thread/Event.h"
+#include "common/system/thread/Thread.h"
+#include "common/utils/TArray.h"
+#include "zemrenderer/device/Renderer.h"
+#include "zemrenderer/thread/FlowQueue.h"
+#include "zemrenderer/thread/WakeSignal.h"
+#include "zemrenderer/thread/WorkerBase.h"
+
+namespace ZemRenderer
+{
+    class Bucket;
+    class IAnimManager;
+    class LoadingThread;
+    class ProcessThread;
+    class WorkerThread;
+    class InitRendererWorker;
+    class DeleteBucketWorker;
+
+    class RenderThread : public Common::CThread
+    {
+    public:
+        static constexpr uint32_t MaxOverhead = 4;
+        static constexpr uint32_t kRenderQueueCapacity = 0x20000;
+        static constexpr uint32_t kSharedQueueCapacity = 512;
+        static constexpr unsigned int kWorkerThreadCount = 4;
+
+        typedef void (*ViewportCallback)(void* userData);
+
+        // Starts the loader, the processor and the four worker threads. No device yet.
+        RenderThread();
+        ~RenderThread() override;
+
+        // Before Init. The record is copied; without a window of its own the caller's
+        // thread gets one from the Renderer, and becomes the message pump thread.
+        void SetRenderer(Renderer* renderer);
+        Renderer* GetRenderer() const { return m_pRenderer.load(std::memory_order_acquire); }
+        void SetInitParameters(const RendererInitRecord& record);
+        // Starts the thread; true only if it runs and the device was created.
+        bool Init();
+        // Begins the stop chain: loader, then processor, then the render loop; the release
+        // queue is drained and every worker pool cleared at the end.
+        void Stop() override;
+        // Blocks until the thread has ended and released all it owned.
+        void WaitForStop();
+
+        // The one way into the three render queues, from any thread.
+        bool AddWork(WorkerBase<Renderer>* worker);
+        bool AddWork(WorkerBase<RenderThread>* worker);
+        // A job for the worker threads' shared queue.
+        bool AddWorkerThreadWork(WorkerBase<RenderThread>* worker);
+        bool IsInMyThread() const;
+
+        // Message pump thread only: waits while more than min(allowed, MaxOverhead)
+        // frames are queued and not finished. 0 waits for every closed frame.
+        void WaitForOverhead(unsigned int allowed);
+        uint32_t GetOverhead() const { return m_overhead.load(std::memory_order_acquire); }
+        uint32_t GetProducerFrame() const { return m_uProducerFrame.load(std::memory_order_relaxed); }
+        // The frame the consumer has reached; exact on the render thread only.
+        uint32_t GetCurrentFrame() const { return m_uCurrentFrame.load(std::memory_order_relaxed); }
+        bool IsAcceptingWork() const { return m_bAcceptWork.load(std::memory_order_acquire); }
+        bool IsSceneOpened() const { return m_bSceneOpened.load(std::memory_order_relaxed); }
+
+        // Buckets by name. CreateBucket hands out one reference.
+        Bucket* CreateBucket(const char* name);
+        // Null gives the default bucket.
+        Bucket* FindBucket(const char* name);
+        Bucket* GetDefaultBucket() const { return m_pDefaultBucket; }
+        unsigned int GetBucketCount() const;
+        // Null for a freed slot.
+        const char* GetBucketName(unsigned int index) const;
+        unsigned int GetNotLoadedBucketCount() const;
+
+        // Render thread only.
+        bool RetrieveDeviceData(Texture* source, uint32_t subresource, void* dest, uint32_t size);
+
+        bool AddBeginSceneWork(bool animate, uint32_t frameId, float elapsed, float fixedStep);
+        bool AddEndSceneWork(bool rebuild);
+        bool AddBeginSessionWork(uint32_t viewId);
+        bool AddEndSessionWork(uint32_t viewId);
+        bool AddBeginViewportWork(RenderViewport* viewport);
+        bool AddEndViewportWork(bool saveImage, const char* path, ViewportCallback callback, void* userData);
+        bool AddRenderTextWork(const char* text, float x, float y, float scale, uint32_t colour);
+        bool AddSetScissorTestWork(bool enable, const ScissorRect& rect);
+        bool AddSetViewportWork(const ViewportRect& rect);
+        bool AddResizeViewportWork(RenderViewport* viewport, uint32_t width, uint32_t height);
+        bool AddResizeTextureWork(Texture* texture, uint32_t width, uint32_t height);
+        bool AddResolveWork(Texture* texture, uint32_t subresource);
+        bool AddSaveTextureToFileWork(Texture* texture, const char* path);
+        bool AddSetVSyncWork(bool enable);
+        bool AddSetCursorWork(int32_t cursor);
+        bool AddPerfEventStartWork(uint32_t colour, const char* name);
+        bool AddPerfEventEndWork();
+        bool AddDeleteBucketWork(Bucket* bucket);
+        // The end of the stop chain: the render loop ends when this worker runs. From then
+        // on only the render thread itself may add work.
+        void AddReleaseRendererWork();
+
+        LoadingThread* GetLoader() const { return m_pLoader; }
+        ProcessThread* GetProcessor() const { return m_pProcessor; }
+        WorkerThread* GetWorkerThread(unsigned int index) const;
+        void SetAnimManager(IAnimManager* manager) { m_pAnimManager.store(manager, std::memory_order_release); }
+        IAnimManager* GetAnimManager() const { return m_pAnimManager.load(std::memory_order_acquire); }
+
+        // Ids of draw geometries, process-wide, 27 bits.
+        static uint32_t GetNewDrawGeometryID();
+
+        void Run() override;
+
+    private:
+        friend class DeleteBucketWorker;
+
+        typedef FlowQueue<WorkerFields> RenderQueueType;
+
+        bool AddWorkItem(WorkerFields* worker, bool checkAccept);
+        RenderQueueType& QueueFor(unsigned int queue);
+        WorkerFields* SelectWorker();
+        void Loop();
+        bool RunAny(WorkerFields* worker);
+        void LowerOverhead();
+        void BeginRelease();
+        void Shutdown();
+        void DrainReleaseQueue();
+        void DiscardQueue(RenderQueueType& queue, WorkerFields*& held);
+        void DeleteBucket(Bucket* bucket);
+        void ReleaseBucketsLeft();
+
+        std::atomic<Renderer*> m_pRenderer{nullptr};
+        LoadingThread* m_pLoader = nullptr;
+        ProcessThread* m_pProcessor = nullptr;
+        TArray<WorkerThread*> m_aWorkerThreads;
+        FlowQueue<WorkerBase<RenderThread>> m_kSharedQueue;
+        // One sleeper (this thread) waits on the three render queues together.
+        WakeSignal m_kWorkSignal;
+        RenderQueueType m_kUpdateQueue;
+        RenderQueueType m_kRenderQueue;
+        RenderQueueType m_kReleaseQueue;
+        // What the loop took off each queue and has not run yet.
+        WorkerFields* m_apHeld[3] = {};
+        std::atomic<IAnimManager*> m_pAnimManager{nullptr};
+
+        Bucket* m_pDefaultBucket = nullptr;
+        TArray<Bucket*> m_Buckets;
+        mutable Common::CMutex m_kBucketMutex;
+
+        std::atomic<uint32_t> m_overhead{0};
+        WakeSignal m_kOverheadSignal;
+        std::atomic<uint32_t> m_uCurrentFrame{0};
+        std::atomic<uint32_t> m_uProducerFrame{0};
+        std::atomic<bool> m_bAcceptWork{false};
+        // Adders between their accept check and their push; the end waits for them.
+        std::atomic<int> m_iAddersInFlight{0};
+        InitRendererWorker* m_pInitWorker = nullptr;
+        RendererInitRecord m_kInitRecord;
+        Common::CEvent m_kStartedEvent;
+        std::atomic<int> m_iMessagePumpThreadId{0};
+        std::atomic<int> m_iThreadId{0};
+        std::atomic<bool> m_bRunning{false};
+        std::atomic<bool> m_bSceneOpened{false};
+        std::atomic<WorkerFields*> m_pReleaseRendererWorker{nullptr};
+
+        std::atomic<bool> m_bThreadStarted{false};
+        std::atomic<bool> m_bInitFailed{false};
+        std::atomic<bool> m_bStopRequested{false};
+        std::atomic<bool> m_bReleaseRequested{false};
+        std::atomic<bool> m_bReleaseRendererAdded{false};
+        // Set when the loop has ended; producers stop waiting on frames then.
+        std::atomic<bool> m_bLoopEnded{false};
+        std::atomic<bool> m_bShutdownDone{false};
+
+        static std::atomic<uint32_t> m_uiCurrentDrawGeometryID;
+    };
+}
