@@ -1,0 +1,293 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/system/debug/Log.h"
+#include "zemengine/engine/EngineClientBroadcast.h"
+#include "zemengine/engine/EngineClientRPC.h"
+#include "zemengine/engine/tests/TestServer.h"
+
+using namespace ZemEngine;
+using namespace ZemEngine::Test;
+
+namespace
+{
+    class EngineHostTest : public ::testing::Test
+    {
+    protected:
+        void SetUp() override { ASSERT_TRUE(m_kServer.IsStarted()); }
+        CTestServer m_kServer;
+    };
+
+    std::string Bytes(std::initializer_list<int> values)
+    {
+        std::string out;
+        for (int v : values) out += static_cast<char>(v);
+        return out;
+    }
+}
+
+TEST_F(EngineHostTest, AcceptanceExchangeIsByteExact)
+{
+    CRawClient client(m_kServer.GetPort());
+    ASSERT_TRUE(client.IsConnected());
+    const std::string request =
+        "{\"ClassName\":\"Root\",\"InstanceID\":0,\"MethodName\":\"GetRPCSingleton\",\"UseTcpThread\":false,\"WaitAck\":true}";
+    ASSERT_EQ(request.size(), 102u);
+    ASSERT_TRUE(client.SendBytes(Bytes({102, 0, 0, 0}) + request));
+    EXPECT_EQ(client.ReadBytes(28), Bytes({24, 0, 0, 0}) + "{\"Res\":{\"InstanceID\":0}}");
+
+    Common::ScopedLogCapture log;
+    ASSERT_TRUE(client.SendBytes(Bytes({0xFF, 0xFF, 0xFF, 0xFF})));
+    EXPECT_EQ(client.ReadBytes(4), Bytes({0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_TRUE(client.WaitForClose());
+    EXPECT_TRUE(log.Contains("client connection closed...")) << log.Text();
+}
+
+TEST_F(EngineHostTest, CommandsRunOnTheThreadTheClientChose)
+{
+    CRawClient client(m_kServer.GetPort());
+    const std::string mainTag = std::to_string(m_kServer.m_uMainThreadTag.load());
+    EXPECT_EQ(client.Call(MakeCommand("Root", "GetThreadTag", "", false)), "{\"Res\":" + mainTag + "}");
+    const std::string tcpReply = client.Call(MakeCommand("Root", "GetThreadTag", "", true));
+    EXPECT_NE(tcpReply, "{\"Res\":" + mainTag + "}");
+    EXPECT_EQ(tcpReply.rfind("{\"Res\":", 0), 0u) << tcpReply;
+    EXPECT_EQ(m_kServer.m_iLoopTimeouts.load(), 0) << "the main loop was woken by time-out, not by the command";
+    EXPECT_GE(m_kServer.m_iWakeups.load(), 1);
+}
+
+TEST_F(EngineHostTest, EveryArityOverTheWire)
+{
+    CRawClient client(m_kServer.GetPort());
+    EXPECT_EQ(client.Call(MakeCommand("Root", "CreateObject", Args({"\"wired\""}))), "{\"Res\":{\"InstanceID\":0}}");
+    EXPECT_EQ(client.Call(MakeCommand("TestObject", "GetName", "", true, true, 0)), "{\"Res\":\"wired\"}");
+    EXPECT_EQ(client.Call(MakeCommand("Root", "Add", Args({"20", "22"}), true)), "{\"Res\":42}");
+    EXPECT_EQ(client.Call(MakeCommand("Root", "MakeTransform",
+                                      Args({"{\"x\":1,\"y\":0,\"z\":0}", "{\"x\":0,\"y\":0,\"z\":0,\"w\":1}",
+                                            "{\"x\":1,\"y\":1,\"z\":1}"}))),
+              "{\"Res\":{\"Translation\":{\"x\":1.0,\"y\":0.0,\"z\":0.0},\"Rotation\":{\"x\":0.0,\"y\":0.0,\"z\":0.0,"
+              "\"w\":1.0},\"Scale\":{\"x\":1.0,\"y\":1.0,\"z\":1.0}}}");
+    EXPECT_EQ(client.Call(MakeCommand("Root", "MakeIDs",
+                                      Args({"{\"Type\":\"Node\",\"Data\":[5,6]}", "{\"Type\":\"Camera\",\"Data\":[2]}",
+                                            "false", "1"}))),
+              "{\"Res\":[{\"Type\":2,\"Data\":[5,6]},{\"Type\":14,\"Data\":[2]}]}");
+    EXPECT_EQ(client.Call(MakeCommand("Root", "MakeSphere",
+                                      Args({"0", "0", "0", "2", "{\"IsEditingBone\":false,\"EditBoneName\":null,"
+                                                                "\"EditRotation\":{\"x\":0,\"y\":0,\"z\":0,\"w\":1}}"}))),
+              "{\"Res\":{\"Center\":{\"x\":0.0,\"y\":0.0,\"z\":0.0},\"Radius\":2.0}}");
+    EXPECT_EQ(client.Call(MakeCommand(
+                  "Root", "Describe",
+                  Args({"false", "7", "1.5", "\"t\"",
+                        "{\"Transform\":{\"Translation\":{\"x\":0,\"y\":0,\"z\":0},\"Rotation\":{\"x\":0,\"y\":0,\"z\":0,"
+                        "\"w\":1},\"Scale\":{\"x\":1,\"y\":1,\"z\":1}},\"Position\":{\"x\":0,\"y\":1,\"z\":0},"
+                        "\"GizmoFlags\":1,\"EType\":2,\"Prefab\":{\"InstanceID\":0}}",
+                        "[]"}))),
+              "{\"Res\":\"0 7 1.5 [t] 1 1 2 wired 0\"}");
+}
+
+TEST_F(EngineHostTest, VoidAndUnwantedResultsSendNoFrame)
+{
+    CRawClient client(m_kServer.GetPort());
+    // Neither command answers: the next frame belongs to the third command.
+    ASSERT_TRUE(client.SendFrame(MakeCommand("Root", "Ping", "", false, true)));
+    ASSERT_TRUE(client.SendFrame(MakeCommand("Root", "Add", Args({"1", "1"}), true, false)));
+    EXPECT_EQ(client.Call(MakeCommand("Root", "Add", Args({"2", "2"}), true)), "{\"Res\":4}");
+    EXPECT_EQ(m_kServer.Root().m_iPings.load(), 1);
+}
+
+TEST_F(EngineHostTest, BadFramesGetNoReplyAndTheConnectionGoesOn)
+{
+    CRawClient client(m_kServer.GetPort());
+    CRawClient bystander(m_kServer.GetPort());
+    const std::string good = MakeCommand("Root", "Add", Args({"1", "2"}), true);
+    struct Row
+    {
+        std::string frame;
+        const char* log;
+    } rows[] = {
+        {CRawClient::Frame(Bytes({0x00, 0x13, 0xFE, 0x80, 0x7F, 0x01})), "not a JSON text"},
+        {CRawClient::Frame("hello engine"), "not a JSON text"},
+        {CRawClient::Frame(""), "not a JSON text"},
+        {CRawClient::Frame("{\"ClassName\":\"Root\",\"MethodName\":\"Add\",\"UseTcpThread\":true,\"WaitAck\":true}"),
+         "member \"InstanceID\" is missing"},
+        {CRawClient::Frame(MakeCommand("Root", "Add", Args({"true", "2"}), true)), "expected an integer"},
+        {CRawClient::Frame(MakeCommand("Ghost", "Add", "", true)), "this command is not registred"},
+        {CRawClient::Frame(MakeCommand("Root", "Vanish", "")), "this command is not registred"},
+        {CRawClient::Frame(MakeCommand("TestObject", "GetValue", "", false, true, 4242)), "Cannot retreive instance ptr"},
+        {CRawClient::Frame(MakeCommand("TestObject", "GetValue", "", true, true, 4242)), "Cannot retreive instance ptr"},
+    };
+    for (const Row& row : rows)
+    {
+        Common::ScopedLogCapture log;
+        ASSERT_TRUE(client.SendBytes(row.frame));
+        EXPECT_EQ(client.Call(good), "{\"Res\":3}") << row.log;
+        EXPECT_TRUE(log.Contains(row.log)) << row.log << "\n" << log.Text();
+    }
+    EXPECT_EQ(bystander.Call(MakeCommand("Root", "Add", Args({"5", "5"}))), "{\"Res\":10}");
+}
+
+TEST_F(EngineHostTest, NonFiniteResultsAreSentAsNull)
+{
+    CRawClient client(m_kServer.GetPort());
+    Common::ScopedLogCapture log;
+    EXPECT_EQ(client.Call(MakeCommand("Root", "GetNaN")), "{\"Res\":null}");
+    EXPECT_EQ(client.Call(MakeCommand("Root", "GetInfinity", "", true)), "{\"Res\":null}");
+    EXPECT_TRUE(log.Contains("NaN or an infinity")) << log.Text();
+}
+
+TEST_F(EngineHostTest, OversizedFrameClosesOnlyThatConnection)
+{
+    CRawClient bystander(m_kServer.GetPort());
+    CRawClient client(m_kServer.GetPort());
+    Common::ScopedLogCapture log;
+    const uint32_t length = kMaxFrameLength + 1;
+    ASSERT_TRUE(client.SendBytes(Bytes({static_cast<int>(length & 0xFF), static_cast<int>((length >> 8) & 0xFF),
+                                        static_cast<int>((length >> 16) & 0xFF), static_cast<int>(length >> 24)})));
+    EXPECT_TRUE(client.WaitForClose());
+    EXPECT_TRUE(log.Contains("Frame of 67108865 bytes is over the limit of 67108864 bytes: connection closed"))
+        << log.Text();
+    EXPECT_EQ(bystander.Call(MakeCommand("Root", "Add", Args({"1", "1"}))), "{\"Res\":2}");
+}
+
+TEST_F(EngineHostTest, LargeFrameWithinTheLimitIsServed)
+{
+    CRawClient client(m_kServer.GetPort());
+    const std::string text(1000, 'z');
+    // Padding after the arguments makes a 3 MiB request.
+    const std::string padding = ",\"Pad\":\"" + std::string(3 << 20, 'p') + "\"";
+    EXPECT_EQ(client.Call(MakeCommand("Root", "Echo", Args({"\"" + text + "\""}) + padding, true)),
+              "{\"Res\":\"" + text + "\"}");
+    EXPECT_EQ(client.Call(MakeCommand("Root", "Add", Args({"1", "1"}), true)), "{\"Res\":2}");
+}
+
+TEST_F(EngineHostTest, ClientLeavingMidFrameEndsOnlyItsConnection)
+{
+    CRawClient bystander(m_kServer.GetPort());
+    {
+        CRawClient client(m_kServer.GetPort());
+        ASSERT_TRUE(client.SendBytes(Bytes({100, 0, 0, 0}) + "{\"ClassName\":"));
+        ASSERT_TRUE(client.SendBytes(Bytes({7, 0})));
+    }
+    {
+        CRawClient client(m_kServer.GetPort());
+        ASSERT_TRUE(client.SendBytes(Bytes({100, 0})));
+    }
+    EXPECT_EQ(bystander.Call(MakeCommand("Root", "Add", Args({"2", "3"}))), "{\"Res\":5}");
+    for (int i = 0; i < 200 && m_kServer.Net().GetHost()->GetConnectionCount() > 1; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(m_kServer.Net().GetHost()->GetConnectionCount(), 1u);
+}
+
+TEST_F(EngineHostTest, PipelinedRequestsAreAnsweredInOrder)
+{
+    CRawClient client(m_kServer.GetPort());
+    std::string batch;
+    for (int i = 0; i < 500; ++i)
+        batch += CRawClient::Frame(MakeCommand("Root", "Add", Args({std::to_string(i), "1000"}), i % 3 != 0));
+    ASSERT_TRUE(client.SendBytes(batch));
+    for (int i = 0; i < 500; ++i) ASSERT_EQ(client.ReadFrame(), "{\"Res\":" + std::to_string(i + 1000) + "}");
+}
+
+TEST_F(EngineHostTest, ClientsCallAtTheSameTime)
+{
+    std::vector<std::thread> clients;
+    std::atomic<int> good{0};
+    for (int c = 0; c < 4; ++c)
+        clients.emplace_back([&, c] {
+            CRawClient client(m_kServer.GetPort());
+            for (int i = 0; i < 100; ++i)
+                if (client.Call(MakeCommand("Root", "Add", Args({std::to_string(c), std::to_string(i)}), i % 2 == 0)) ==
+                    "{\"Res\":" + std::to_string(c + i) + "}")
+                    ++good;
+        });
+    for (std::thread& t : clients) t.join();
+    EXPECT_EQ(good.load(), 400);
+}
+
+TEST(EngineHostStop, ReleasesAClientWaitingOnAStalledMainThread)
+{
+    CTestServer server(false);  // nobody runs the queue
+    ASSERT_TRUE(server.IsStarted());
+    CRawClient client(server.GetPort());
+    ASSERT_TRUE(client.SendFrame(MakeCommand("Root", "GetCounter")));
+    while (server.Manager().GetQueue().GetPendingCount() == 0) std::this_thread::yield();
+    server.Net().GetHost()->Stop();
+    EXPECT_TRUE(client.WaitForClose());
+}
+
+TEST(EngineHostStart, RefusesAPortInUse)
+{
+    CTestServer first;
+    CommandManager manager;
+    manager.Init();
+    CEngineHost host;
+    Common::ScopedLogCapture log;
+    EXPECT_FALSE(host.Start(&manager, first.GetPort(), "127.0.0.1"));
+    EXPECT_TRUE(log.Contains("could not open host RPC connection")) << log.Text();
+}
+
+TEST(EngineNetInit, PortZeroMeansTheDefaultPortAndNegativeMeansNoHost)
+{
+    CEngineNet noHost;
+    EXPECT_TRUE(noHost.Init(-1));
+    EXPECT_EQ(noHost.GetHost(), nullptr);
+    noHost.Destroy();
+
+    CEngineNet net;
+    // The default port may be taken on a shared machine; the mapping is what counts.
+    if (net.Init(0))
+    {
+        EXPECT_EQ(net.GetHost()->GetPort(), CEngineNet::kDefaultPort);
+    }
+}
+
+TEST_F(EngineHostTest, ClientRPCCallsAndReportsWhatWentWrong)
+{
+    CEngineClientRPC rpc;
+    ASSERT_TRUE(rpc.Connect("127.0.0.1", m_kServer.GetPort()));
+    Json::Document reply;
+    ASSERT_TRUE(rpc.DoCall(MakeCommand("Root", "Add", Args({"3", "4"})).c_str(), &reply));
+    ASSERT_TRUE(reply.IsObject() && reply.HasMember("Res") && reply["Res"].IsInt());
+    EXPECT_EQ(reply["Res"].GetInt(), 7);
+    EXPECT_TRUE(rpc.DoCall(MakeCommand("Root", "Ping").c_str(), nullptr));
+
+    struct Counter : CEngineClientRPC::IWaitCallback
+    {
+        int* calls;
+        explicit Counter(int* c) : calls(c) {}
+        void Update() override { ++*calls; }
+    };
+    int updates = 0;
+    rpc.SetWaitCallback(MEM_NEW(Counter, &updates));
+    rpc.SetTimeout(150);
+    EXPECT_FALSE(rpc.DoCall(MakeCommand("Root", "SleepMs", Args({"600"}), true).c_str(), &reply));
+    EXPECT_EQ(rpc.GetLastStatus(), FrameStatus::Timeout);
+    EXPECT_GT(updates, 3);
+    rpc.Disconnect();
+
+    CEngineClientRPC refused;
+    Common::ScopedLogCapture log;
+    EXPECT_FALSE(refused.Connect("127.0.0.1", 1));
+    EXPECT_TRUE(log.Contains("Unable to connect to interface!")) << log.Text();
+}
+
+TEST_F(EngineHostTest, InterfaceSocketsCallEveryConnection)
+{
+    CEngineClientBroadcast::CInterfaceSockets<struct AssetManagerInterface> sockets;
+    ASSERT_TRUE(sockets.AddConnection("127.0.0.1", m_kServer.GetPort(), 3, 10));
+    ASSERT_TRUE(sockets.AddConnection("127.0.0.1", m_kServer.GetPort(), 3, 10));
+    ASSERT_TRUE(sockets.CallMethod(MakeCommand("Root", "SetCounter", Args({"9"})).c_str(), nullptr));
+    Json::Document reply;
+    ASSERT_TRUE(sockets.CallMethod(MakeCommand("Root", "GetCounter").c_str(), &reply));
+    ASSERT_TRUE(reply.IsObject() && reply["Res"].IsInt());
+    EXPECT_EQ(reply["Res"].GetInt(), 9);
+    EXPECT_EQ(m_kServer.Root().GetCounter(), 9);
+
+    Common::ScopedLogCapture log;
+    EXPECT_FALSE(sockets.AddConnection("127.0.0.1", 1, 2, 5));
+    EXPECT_TRUE(log.Contains("Unable to connect to interface at 127.0.0.1 port 1 !")) << log.Text();
+    EXPECT_EQ(sockets.GetConnectionCount(), 2u);
+}
