@@ -2,6 +2,7 @@
 // Remote classes for tests and fuzzers: a singleton "Root" and an instance class
 // "TestObject", whose commands cover every invoker arity and every wire value type.
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <initializer_list>
@@ -103,6 +104,7 @@ namespace RPC::Test
         Common::String Echo(Common::String text) override { return text; }
         int SleepMs(int ms) override
         {
+            ms = ms < 0 ? 0 : (ms > s_iMaxSleepMs ? s_iMaxSleepMs : ms);
             std::this_thread::sleep_for(std::chrono::milliseconds(ms));
             return ms;
         }
@@ -160,6 +162,9 @@ namespace RPC::Test
                 MEM_DELETE(static_cast<CTestObject*>(object));
             }
         }
+
+        // Fuzzers set it to 0: no input may stall them.
+        static inline std::atomic<int> s_iMaxSleepMs{10000};
 
         // Objects made for clients and still alive.
         std::mutex m_kObjectsLock;
