@@ -240,8 +240,11 @@ namespace Common::Mem
                 ChunkOf(slot)->aIds[slot % kChunk] = id;
                 InsertIndex(id, slot);
             }
-            if (name && name[0] && !ChunkOf(slot)->aNames[slot % kChunk][0])
+            if (name && name[0] && !HasName(slot))
+            {
                 std::snprintf(ChunkOf(slot)->aNames[slot % kChunk], kNameLength, "%s", name);
+                ChunkOf(slot)->aNamed[slot % kChunk].store(true, std::memory_order_release);
+            }
             return slot;
         }
         // Under Mutex().
@@ -257,7 +260,11 @@ namespace Common::Mem
         int GetCount() const { return m_iCount; }
         unsigned int GetId(int slot) const { return ChunkOf(slot)->aIds[slot % kChunk]; }
         const char* GetName(int slot) const { return ChunkOf(slot)->aNames[slot % kChunk]; }
-        bool HasName(int slot) const { return ChunkOf(slot)->aNames[slot % kChunk][0] != 0; }
+        // Without the mutex: a name is written once, before its flag.
+        bool HasName(int slot) const
+        {
+            return slot >= 0 && ChunkOf(slot)->aNamed[slot % kChunk].load(std::memory_order_acquire);
+        }
 
         // The caller holds the lock of `heap`.
         void Charge(int heap, const StackRecord* record, int64_t delta)
@@ -347,6 +354,7 @@ namespace Common::Mem
             std::atomic<int64_t> aBytes[MAX_HEAPS * kChunk] = {};
             unsigned int aIds[kChunk] = {};
             char aNames[kChunk][kNameLength] = {};
+            std::atomic<bool> aNamed[kChunk] = {};
         };
         struct RecordTable
         {
@@ -534,23 +542,24 @@ namespace Common::Mem
     CMemoryManager::~CMemoryManager()
     {
         SetTagOff(kTagOff);
-        if (m_pTagArray)
-        {
-            m_kTagArrayMutex.Lock();
-            // Its array goes back to the manager it came from, whichever is current now.
-            if (void* data = m_pTagArray->begin()) m_pTagArrayHome->Free(data);
-            new (m_pTagArray) CMap<unsigned int, TagList>();
-            m_pTagArray->~CMap();
-            std::free(m_pTagArray);
-            m_pTagArray = nullptr;
-            m_kTagArrayMutex.Unlock();
-        }
         if (m_pTagMemory)
         {
             TagMemory* tags = m_pTagMemory;
             m_pTagMemory = nullptr;
             tags->~TagMemory();
             std::free(tags);
+        }
+        if (m_pTagArray)
+        {
+            m_kTagArrayMutex.Lock();
+            // Its array goes back to the manager it came from, whichever is current now.
+            void* data = m_pTagArray->begin();
+            if (data && m_pTagArrayHome) m_pTagArrayHome->Free(data);
+            new (m_pTagArray) CMap<unsigned int, TagList>();
+            m_pTagArray->~CMap();
+            std::free(m_pTagArray);
+            m_pTagArray = nullptr;
+            m_kTagArrayMutex.Unlock();
         }
         for (HeapInfo& heap : m_kHeaps)
         {
@@ -1054,7 +1063,7 @@ namespace Common::Mem
         }
     }
 
-    bool CMemoryManager::PushTagId(unsigned int id)
+    bool CMemoryManager::PushTagImpl(unsigned int id, const char* name)
     {
         void* previous = SetTagOff(kTagOff);
         ThreadTagList* list = static_cast<ThreadTagList*>(pthread_getspecific(m_uTlsTagList));
@@ -1063,28 +1072,19 @@ namespace Common::Mem
         if (list && ZEM_ASSERT(list->m_uCount < MAX_TAG_DEPTH, "Memory tags nested deeper than %u", MAX_TAG_DEPTH))
         {
             list->m_aTags[list->m_uCount++] = id;
-            UpdateStack(list, nullptr);
+            UpdateStack(list, name);
             pushed = true;
         }
         SetTagOff(previous);
         return pushed;
     }
 
+    bool CMemoryManager::PushTagId(unsigned int id) { return PushTagImpl(id, nullptr); }
+
     bool CMemoryManager::PushTag(const char* text)
     {
         if (!ZEM_ASSERT(text != nullptr, "PushTag without a text")) return false;
-        void* previous = SetTagOff(kTagOff);
-        ThreadTagList* list = static_cast<ThreadTagList*>(pthread_getspecific(m_uTlsTagList));
-        if (!list) list = AcquireTagList();
-        bool pushed = false;
-        if (list && ZEM_ASSERT(list->m_uCount < MAX_TAG_DEPTH, "Memory tags nested deeper than %u", MAX_TAG_DEPTH))
-        {
-            list->m_aTags[list->m_uCount++] = GenerateUIntIdFromString(text);
-            UpdateStack(list, text);
-            pushed = true;
-        }
-        SetTagOff(previous);
-        return pushed;
+        return PushTagImpl(GenerateUIntIdFromString(text), text);
     }
 
     void CMemoryManager::PopTag()

@@ -232,6 +232,7 @@ namespace Common::Mem
         const StackRecord* FindRecordLocked(HeapInfo& heap, unsigned int tagId);
         void* SetTagOff(void* value);
         ThreadTagList* AcquireTagList();
+        bool PushTagImpl(unsigned int id, const char* name);
         void UpdateStack(ThreadTagList* list, const char* name);
         void ReportNoMemory(size_t size, bool realloc);
         void SetError(int code)

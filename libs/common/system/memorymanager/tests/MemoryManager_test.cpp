@@ -109,6 +109,12 @@ TEST(MemoryManager, BadAlignmentIsReportedAndGivesNull)
         EXPECT_EQ(mm->AllocAligned(32, align, __FILE__, __LINE__), nullptr) << align;
         EXPECT_TRUE(cap.Contains("Bad alignment")) << align;
     }
+    {
+        Common::ScopedLogCapture cap;
+        EXPECT_EQ(mm->Alloc(size_t(1) << 33, __FILE__, __LINE__), nullptr);  // a header holds 32 bits of size
+        EXPECT_STREQ(mm->GetErrorText(), "Not enough memory");
+        EXPECT_TRUE(cap.Contains("Assertion"));
+    }
     EXPECT_EQ(mm->GetHeapStats(0).iAllocCount, 0);
 }
 
@@ -365,6 +371,29 @@ TEST(MemoryManager, NestedTagsChargeEveryTagOfTheStack)
     EXPECT_EQ(found.m_uId, id);
     ASSERT_EQ(found.m_uCount, 3u);
     EXPECT_EQ(found.m_aTags[1], stack[1]);
+}
+
+TEST(MemoryManager, ClearTagsEmptiesTheStack)
+{
+    auto mm = NewManager();
+    void* p = nullptr;
+    bool popRefused = false;
+    OnThread([&] {
+        mm->PushTag("A");
+        mm->PushTag("B");
+        mm->ClearTags();
+        EXPECT_EQ(mm->GetThreadTagList()->m_uCount, 0u);
+        EXPECT_EQ(mm->GetThreadTagList()->m_uId, 0u);
+        p = mm->Alloc(64, __FILE__, __LINE__);
+        Common::ScopedLogCapture cap;
+        mm->PopTag();
+        popRefused = cap.Contains("PopTag without a tag");
+    });
+    EXPECT_TRUE(popRefused);
+    EXPECT_EQ(mm->GetTagMemory("A"), 0);
+    EXPECT_EQ(mm->GetTagMemory("B"), 0);
+    EXPECT_EQ(CMemoryManager::GetHeader(p)->m_uTagListId, 0u);
+    EXPECT_EQ(mm->Free(p), MEMERR_NONE);
 }
 
 TEST(MemoryManager, TagTablesDoNotChargeThemselves)
