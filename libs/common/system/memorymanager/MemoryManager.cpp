@@ -866,16 +866,14 @@ namespace Common::Mem
         return AllocImpl(size, alignment, file, line, heap);
     }
 
-    int CMemoryManager::Free(void* ptr, HeapInfo* heap)
+    // Everything Free does not expect: unknown pointers, damaged headers, overruns.
+    // Returns true when the block is sound enough to be freed.
+    __attribute__((noinline, cold)) bool CMemoryManager::FreeChecks(void* ptr, HeapInfo* heap, int* result)
     {
-        if (!ptr)
+        *result = MEMERR_INVALID_POINTER;
+        SetError(MEMERR_INVALID_POINTER);
+        if (!HasMagic(ptr))
         {
-            SetError(MEMERR_NONE);
-            return MEMERR_NONE;
-        }
-        if (ZEM_UNLIKELY(!HasMagic(ptr)))
-        {
-            SetError(MEMERR_INVALID_POINTER);
             if (heap && heap->m_hHeap)
             {
                 heap->m_kLock.Lock();
@@ -884,19 +882,33 @@ namespace Common::Mem
             }
             else
                 ZEM_ASSERT(heap != nullptr, "Memory not-allocated with MemoryManager. This should not happen.");
-            return MEMERR_INVALID_POINTER;
+            return false;
         }
         BlockHeader* h = HeaderOf(ptr);
         const int index = h->GetHeapIndex();
-        if (ZEM_UNLIKELY(h->m_pPtr != ptr || index >= MAX_HEAPS || !m_kHeaps[index].m_hHeap))
+        if (!ZEM_ASSERT(h->m_pPtr == ptr, "Internal memroy manager error")) return false;
+        if (!ZEM_ASSERT(index < MAX_HEAPS && m_kHeaps[index].m_hHeap, "Fucked heap index %i", index)) return false;
+        // Reported; the block is freed all the same.
+        ZEM_ASSERT(GuardOk(ptr, h->m_uSize), "BUFFER_OVERRUN");
+        return true;
+    }
+
+    int CMemoryManager::Free(void* ptr, HeapInfo* heap)
+    {
+        if (!ptr)
         {
-            if (ZEM_ASSERT(h->m_pPtr == ptr, "Internal memroy manager error"))
-                ZEM_ASSERT(index < MAX_HEAPS && m_kHeaps[index].m_hHeap, "Fucked heap index %i", index);
-            SetError(MEMERR_INVALID_POINTER);
-            return MEMERR_INVALID_POINTER;
+            SetError(MEMERR_NONE);
+            return MEMERR_NONE;
         }
+        BlockHeader* h = HeaderOf(ptr);
+        if (ZEM_UNLIKELY(!HasMagic(ptr) || h->m_pPtr != ptr || h->GetHeapIndex() >= MAX_HEAPS ||
+                         !m_kHeaps[h->GetHeapIndex()].m_hHeap || !GuardOk(ptr, h->m_uSize)))
+        {
+            int result;
+            if (!FreeChecks(ptr, heap, &result)) return result;
+        }
+        const int index = h->GetHeapIndex();
         const uint32_t size = h->m_uSize;
-        if (ZEM_UNLIKELY(!GuardOk(ptr, size))) ZEM_ASSERT(GuardOk(ptr, size), "BUFFER_OVERRUN");
         const uint32_t tagId = h->m_uTagListId;
         const bool tagged = h->IsTagged();
 

@@ -235,6 +235,7 @@ namespace Common::Mem
         bool PushTagImpl(unsigned int id, const char* name);
         void UpdateStack(ThreadTagList* list, const char* name);
         void ReportNoMemory(size_t size, bool realloc);
+        bool FreeChecks(void* ptr, HeapInfo* heap, int* result);
         void SetError(int code)
         {
             if (m_eLastError.load(std::memory_order_relaxed) != code) m_eLastError.store(code, std::memory_order_relaxed);
