@@ -104,7 +104,8 @@ namespace RPC::Test
         Common::String Echo(Common::String text) override { return text; }
         int SleepMs(int ms) override
         {
-            ms = ms < 0 ? 0 : (ms > s_iMaxSleepMs ? s_iMaxSleepMs : ms);
+            const int most = s_iMaxSleepMs.load();
+            ms = ms < 0 ? 0 : (ms > most ? most : ms);
             std::this_thread::sleep_for(std::chrono::milliseconds(ms));
             return ms;
         }
