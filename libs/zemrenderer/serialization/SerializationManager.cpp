@@ -66,21 +66,35 @@ namespace ZemRenderer
         m_bReading = stream->IsReadable();
         m_bSkipsData = stream->SkipsData();
         m_bFailed = false;
-        m_aFields.Clear();
-        m_aAllocations.Clear();
+        if (!m_bKeepObjects)
+        {
+            m_aFields.Clear();
+            m_aAllocations.Clear();
+        }
         m_aPostLoads.Clear();
+        m_uiPassFirstField = m_aFields.GetSize();
+        m_uiPassFirstAllocation = m_aAllocations.GetSize();
         return true;
     }
+
+    void SerializationManager::Unhook(unsigned int firstField, unsigned int firstAllocation)
+    {
+        // Every pointer first, while every object is still alive, then the objects.
+        for (unsigned int i = firstField; i < m_aFields.GetSize(); ++i) *m_aFields[i] = nullptr;
+        for (unsigned int i = m_aAllocations.GetSize(); i-- > firstAllocation;)
+            m_aAllocations[i].pfnDestroy(m_aAllocations[i].pObject);
+        m_aFields.Resize(firstField);
+        m_aAllocations.Resize(firstAllocation);
+    }
+
+    void SerializationManager::ReleaseObjects() { Unhook(0, 0); }
 
     bool SerializationManager::End()
     {
         const bool ok = !m_bFailed;
         if (!ok && IsLoading())
         {
-            // Unhook everything first, while every object is still alive, then free.
-            for (void** field : m_aFields) *field = nullptr;
-            for (unsigned int i = m_aAllocations.GetSize(); i-- > 0;)
-                m_aAllocations[i].pfnDestroy(m_aAllocations[i].pObject);
+            Unhook(m_uiPassFirstField, m_uiPassFirstAllocation);
             m_bBroken = true;
         }
         else if (ok)
@@ -89,8 +103,11 @@ namespace ZemRenderer
             for (unsigned int i = 0; i < m_aPostLoads.GetSize(); ++i)
                 m_aPostLoads[i].pfnPostLoad(m_aPostLoads[i].pObject, *this);
         }
-        m_aFields.Clear();
-        m_aAllocations.Clear();
+        if (!m_bKeepObjects)
+        {
+            m_aFields.Clear();
+            m_aAllocations.Clear();
+        }
         m_aPostLoads.Clear();
         m_pStream = nullptr;
         m_pOwner = nullptr;

@@ -81,6 +81,17 @@ namespace ZemRenderer
         template <class T>
         static bool Walk(T& object, unsigned int fileType = T::GetStaticClassId());
 
+        // Reads an engine file into `object` with this manager (see ReadFile); with
+        // SetKeepObjects the caller can free what it made through ReleaseObjects.
+        template <class T>
+        bool ReadObject(IOSTreamBase& stream, T& object, Bucket* owner = nullptr,
+                        unsigned int fileType = T::GetStaticClassId());
+
+        // When set, successful reads remember every object they made, until ReleaseObjects.
+        void SetKeepObjects(bool keep) { m_bKeepObjects = keep; }
+        // Unhooks every pointer the kept reads set, then frees every object they made.
+        void ReleaseObjects();
+
         // With raw set, values move even on a stream that skips data.
         void SetRaw(bool raw) { m_bRaw = raw; }
         bool IsRaw() const { return m_bRaw; }
@@ -139,6 +150,7 @@ namespace ZemRenderer
         bool Begin(IOSTreamBase* stream, Bucket* owner, bool swap);
         bool End();
         void ReleaseNode(Node* node);
+        void Unhook(unsigned int firstField, unsigned int firstAllocation);
         void ReleaseAllNodes();
 
         // The key table: a large sorted array and a small sorted one that takes new keys
@@ -164,6 +176,9 @@ namespace ZemRenderer
         bool m_bFailed = false;
         // A failed read leaves freed objects behind its keys: the manager takes no more work.
         bool m_bBroken = false;
+        bool m_bKeepObjects = false;
+        unsigned int m_uiPassFirstField = 0;
+        unsigned int m_uiPassFirstAllocation = 0;
         TArray<void**> m_aFields;
         TArray<stAllocation> m_aAllocations;
         TArray<stPostLoad> m_aPostLoads;

@@ -363,18 +363,24 @@ namespace ZemRenderer
     }
 
     template <class T>
-    bool SerializationManager::ReadFile(IOSTreamBase& stream, T& object, Bucket* owner, unsigned int fileType)
+    bool SerializationManager::ReadObject(IOSTreamBase& stream, T& object, Bucket* owner, unsigned int fileType)
     {
-        SerializationManager manager;
         ZefHeader header(fileType);
-        manager.SetRaw(true);
-        manager.Serialize(header, &stream, owner, false);
-        manager.SetRaw(false);
+        SetRaw(true);
+        Serialize(header, &stream, owner, false);
+        SetRaw(false);
         bool ok = header.IsValid();
-        if (ok) ok = manager.Serialize(object, &stream, owner, header.GetSwap());
+        if (ok) ok = Serialize(object, &stream, owner, header.GetSwap());
         stream.Close();
         stream.FreeCache();
         return ok;
+    }
+
+    template <class T>
+    bool SerializationManager::ReadFile(IOSTreamBase& stream, T& object, Bucket* owner, unsigned int fileType)
+    {
+        SerializationManager manager;
+        return manager.ReadObject(stream, object, owner, fileType);
     }
 
     template <class T>

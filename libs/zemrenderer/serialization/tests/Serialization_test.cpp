@@ -415,3 +415,26 @@ TEST_F(SerializationTest, LargeGraphWithScatteredAddresses)
     SerializationManager::FreeArray(r.ppLeaves);
     SerializationManager::FreeArray(c.ppLeaves);
 }
+
+// A kept read frees exactly what it made, however the pointers alias.
+TEST_F(SerializationTest, KeptObjectsAreReleasedOnce)
+{
+    Graph g = BuildGraph();
+    SerializationManager::FreeArray(g.pLeaves);
+    g.pLeaves = g.pIntoLeaves = g.pFirst;  // a single object seen again as an array of one
+    g.uiLeafCount = 1;
+    const std::string bytes = WriteToBytes(g);
+    g.pLeaves = g.pIntoLeaves = nullptr;
+    g.uiLeafCount = 0;
+
+    SerializationManager m;
+    m.SetKeepObjects(true);
+    Graph r;
+    IOSTreamExistingMemory in(bytes.data(), bytes.size());
+    ASSERT_TRUE(m.ReadObject(in, r));
+    EXPECT_EQ(r.pLeaves, r.pFirst);
+    EXPECT_EQ(r.pFirst->iPostLoads, 1);
+    m.ReleaseObjects();
+    EXPECT_TRUE(r.pFirst == nullptr && r.pLeaves == nullptr && r.pShape == nullptr && r.szName == nullptr);
+    g.Release();
+}
