@@ -79,74 +79,18 @@ namespace Common::Mem
     }
 
     // ---------------------------------------------------------------------------------
-    // The allocator behind a heap: malloc, with a small cache of freed raw blocks per
-    // size class so that a thread's steady alloc/free traffic stays inside its heap.
-    // Used only under the heap's lock. A block's first 4 bytes lie in front of its
-    // header, unused by the block; they carry the size class the block can serve.
-    class RawHeap
+    // A heap's raw blocks come from malloc, with a small cache of freed blocks per size
+    // class so that a thread's steady alloc/free traffic stays inside its heap. A block's
+    // first 4 bytes lie in front of its header, unused by the block; they carry the size
+    // class the block can serve.
+    namespace
     {
-    public:
-        ~RawHeap()
-        {
-            for (Bin& b : m_aBins)
-                while (b.pHead)
-                {
-                    void* p = b.pHead;
-                    b.pHead = *static_cast<void**>(p);
-                    std::free(p);
-                }
-        }
-        void* Alloc(size_t n)
-        {
-#if ZEM_MEM_CACHE
-            if (n <= kMaxCachedBlock)
-            {
-                const size_t k = (n + 15) >> 4;
-                Bin& b = m_aBins[k];
-                void* p = b.pHead;
-                if (p)
-                {
-                    b.pHead = *static_cast<void**>(p);
-                    m_uCachedBytes -= k << 4;
-                }
-                else if (!(p = std::malloc(k << 4)))
-                    return nullptr;
-                SetClass(p, static_cast<uint32_t>(k));
-                return p;
-            }
-#endif
-            return Mark(std::malloc(n), n);
-        }
-        void* Realloc(void* raw, size_t n) { return Mark(std::realloc(raw, n), n); }
-        void Free(void* raw)
-        {
-#if ZEM_MEM_CACHE
-            uint32_t k;
-            std::memcpy(&k, raw, 4);
-            if (k != 0 && m_uCachedBytes + (k << 4) <= kMaxCachedBytes)
-            {
-                Bin& b = m_aBins[k];
-                *static_cast<void**>(raw) = b.pHead;
-                b.pHead = raw;
-                m_uCachedBytes += k << 4;
-                return;
-            }
-#endif
-            std::free(raw);
-        }
-        size_t GetCachedBytes() const { return m_uCachedBytes; }
+        constexpr size_t kMaxCachedBlock = 64 * 16;
+        constexpr size_t kMaxCachedBytes = 256 * 1024;
 
-    private:
-        static constexpr size_t kBins = 65;
-        static constexpr size_t kMaxCachedBlock = (kBins - 1) * 16;
-        static constexpr size_t kMaxCachedBytes = 256 * 1024;
-        struct Bin
-        {
-            void* pHead = nullptr;
-        };
-        static void SetClass(void* raw, uint32_t k) { std::memcpy(raw, &k, 4); }
+        [[maybe_unused]] void SetClass(void* raw, uint32_t k) { std::memcpy(raw, &k, 4); }
         // Class of a block from malloc: what it surely holds, 0 when too big to keep.
-        static void* Mark(void* raw, size_t n)
+        void* Mark(void* raw, size_t n)
         {
 #if ZEM_MEM_CACHE
             if (raw) SetClass(raw, n <= kMaxCachedBlock ? static_cast<uint32_t>(n >> 4) : 0u);
@@ -155,23 +99,57 @@ namespace Common::Mem
 #endif
             return raw;
         }
-        Bin m_aBins[kBins];
-        size_t m_uCachedBytes = 0;
-    };
+    }
 
-    namespace
+    inline void* RawHeap::Alloc(size_t n)
     {
-        RawHeap* CreateRawHeap()
+#if ZEM_MEM_CACHE
+        if (n <= kMaxCachedBlock)
         {
-            void* mem = std::malloc(sizeof(RawHeap));
-            return mem ? new (mem) RawHeap() : nullptr;
+            const size_t k = (n + 15) >> 4;
+            void* p = m_apBins[k];
+            if (p)
+            {
+                m_apBins[k] = *static_cast<void**>(p);
+                m_uCachedBytes -= k << 4;
+            }
+            else if (!(p = std::malloc(k << 4)))
+                return nullptr;
+            SetClass(p, static_cast<uint32_t>(k));
+            return p;
         }
-        void DestroyRawHeap(RawHeap* heap)
+#endif
+        return Mark(std::malloc(n), n);
+    }
+
+    inline void* RawHeap::Realloc(void* raw, size_t n) { return Mark(std::realloc(raw, n), n); }
+
+    inline void RawHeap::Free(void* raw)
+    {
+#if ZEM_MEM_CACHE
+        uint32_t k;
+        std::memcpy(&k, raw, 4);
+        if (k != 0 && k < kBins && m_uCachedBytes + (k << 4) <= kMaxCachedBytes)
         {
-            if (!heap) return;
-            heap->~RawHeap();
-            std::free(heap);
+            *static_cast<void**>(raw) = m_apBins[k];
+            m_apBins[k] = raw;
+            m_uCachedBytes += k << 4;
+            return;
         }
+#endif
+        std::free(raw);
+    }
+
+    void RawHeap::Release()
+    {
+        for (void*& head : m_apBins)
+            while (head)
+            {
+                void* p = head;
+                head = *static_cast<void**>(p);
+                std::free(p);
+            }
+        m_uCachedBytes = 0;
     }
 
     // ---------------------------------------------------------------------------------
@@ -494,7 +472,7 @@ namespace Common::Mem
         {
             heap.m_kLock.Lock();
             out.kStats = HeapStats{heap.m_iAllocCount, heap.m_iBytesUsed, heap.m_iPeakBytes};
-            out.uCached = heap.m_hHeap ? heap.m_hHeap->GetCachedBytes() : 0;
+            out.uCached = heap.m_kRawHeap.GetCachedBytes();
             const int n = heap.m_iAllocCount;
             out.pBlocks = n > 0 ? static_cast<BlockInfo*>(std::malloc(sizeof(BlockInfo) * static_cast<size_t>(n))) : nullptr;
             int i = 0;
@@ -528,9 +506,8 @@ namespace Common::Mem
             m_kHeaps[i].m_pOwner = this;
             m_kTagLists[i].m_pOwner = this;
         }
-        m_kHeaps[0].m_hHeap = CreateRawHeap();
+        m_kHeaps[0].m_hHeap = &m_kHeaps[0].m_kRawHeap;
         m_kHeaps[0].m_bInUse = true;
-        if (!m_kHeaps[0].m_hHeap) SetError(MEMERR_CANNOT_ALLOC_MAIN);
 
         void* previous = SetTagOff(kTagOff);
         if (void* mem = std::malloc(sizeof(TagMemory))) m_pTagMemory = new (mem) TagMemory();
@@ -568,13 +545,13 @@ namespace Common::Mem
             {
                 BlockHeader* next = h->m_pNext;
                 std::memset(h->m_acMagic, 0, sizeof(h->m_acMagic));
-                heap.m_hHeap->Free(h->m_pRaw);
+                heap.m_kRawHeap.Free(h->m_pRaw);
                 h = next;
             }
             heap.m_pAllocList = nullptr;
             heap.m_iAllocCount = 0;
             heap.m_iBytesUsed = 0;
-            DestroyRawHeap(heap.m_hHeap);
+            heap.m_kRawHeap.Release();
             heap.m_hHeap = nullptr;
             heap.m_kLock.Unlock();
         }
@@ -661,29 +638,18 @@ namespace Common::Mem
         if (HeapInfo* own = static_cast<HeapInfo*>(pthread_getspecific(m_uTlsHeapIndex))) return own->iIndex;
         HeapInfo& main = m_kHeaps[0];
         HeapInfo* found = nullptr;
-        bool noMemory = false;
         main.m_kLock.Lock();
         for (int i = 1; i < MAX_HEAPS && !found; ++i)
         {
             HeapInfo& heap = m_kHeaps[i];
             if (heap.m_bInUse) continue;
-            if (!heap.m_hHeap) heap.m_hHeap = CreateRawHeap();
-            if (!heap.m_hHeap)
-            {
-                noMemory = true;
-                break;
-            }
+            heap.m_hHeap = &heap.m_kRawHeap;
             heap.m_bInUse = true;
             ++m_iNumHeaps;
             found = &heap;
         }
         const int numHeaps = m_iNumHeaps;
         main.m_kLock.Unlock();
-        if (noMemory)
-        {
-            SetError(MEMERR_CANNOT_ALLOC_MAIN);
-            return 0;
-        }
         if (!ZEM_ASSERT(found != nullptr, "Limit of thread reached for MemoryManager heaps (%d), the thread stays on heap 0",
                         numHeaps))
             return 0;
@@ -825,18 +791,17 @@ namespace Common::Mem
             return nullptr;
         }
         ThreadTagList* list = static_cast<ThreadTagList*>(pthread_getspecific(m_uTlsTagList));
-        if (!heap) heap = list ? &m_kHeaps[list->m_iHeapIndex] : HeapFromSlot();
+        if (ZEM_UNLIKELY(heap != nullptr))
+        {
+            if (!ZEM_ASSERT(heap->m_hHeap != nullptr, "Heap %i was never created", heap->iIndex)) return nullptr;
+        }
+        else
+            heap = list ? &m_kHeaps[list->m_iHeapIndex] : HeapFromSlot();
         const bool tagged = list && !list->m_uTagOff;
         const StackRecord* record = tagged ? list->m_pRecord : nullptr;
-        if (ZEM_UNLIKELY(!heap->m_hHeap))
-        {
-            ZEM_ASSERT(heap->m_hHeap != nullptr, "Heap %i was never created", heap->iIndex);
-            SetError(MEMERR_CANNOT_ALLOC_MAIN);
-            return nullptr;
-        }
 
         heap->m_kLock.Lock();
-        char* raw = static_cast<char*>(heap->m_hHeap->Alloc(size + alignment + BLOCK_RAW_EXTRA));
+        char* raw = static_cast<char*>(heap->m_kRawHeap.Alloc(size + alignment + BLOCK_RAW_EXTRA));
         if (ZEM_UNLIKELY(!raw))
         {
             heap->m_kLock.Unlock();
@@ -920,7 +885,7 @@ namespace Common::Mem
         if (tagged && tagId && m_pTagMemory)
             if (const StackRecord* record = FindRecordLocked(owner, tagId))
                 m_pTagMemory->Charge(index, record, -static_cast<int64_t>(size));
-        owner.m_hHeap->Free(h->m_pRaw);
+        owner.m_kRawHeap.Free(h->m_pRaw);
         owner.m_kLock.Unlock();
         SetError(MEMERR_NONE);
         return MEMERR_NONE;
@@ -968,10 +933,10 @@ namespace Common::Mem
         if (oldOffset <= 79)
         {
             // The data still lies inside the first rawSize bytes.
-            raw = static_cast<char*>(owner.m_hHeap->Realloc(oldRaw, rawSize));
+            raw = static_cast<char*>(owner.m_kRawHeap.Realloc(oldRaw, rawSize));
             data = raw ? raw + oldOffset : nullptr;
         }
-        else if ((raw = static_cast<char*>(owner.m_hHeap->Alloc(rawSize))))
+        else if ((raw = static_cast<char*>(owner.m_kRawHeap.Alloc(rawSize))))
         {
             data = static_cast<char*>(ptr);
         }
@@ -984,7 +949,7 @@ namespace Common::Mem
         }
         char* moved = reinterpret_cast<char*>((reinterpret_cast<uintptr_t>(raw) + 79) & ~static_cast<uintptr_t>(15));
         if (moved != data) std::memmove(moved, data, keep);
-        if (raw != oldRaw && oldOffset > 79) owner.m_hHeap->Free(oldRaw);
+        if (raw != oldRaw && oldOffset > 79) owner.m_kRawHeap.Free(oldRaw);
 
         BlockHeader* nh = HeaderOf(moved);
         FillHeader(nh, moved, raw, static_cast<uint32_t>(size), tagId, file, line, index, tagged);
@@ -1219,7 +1184,7 @@ namespace Common::Mem
             used += snap.kStats.iBytesUsed;
             peak += snap.kStats.iPeakBytes;
             count += snap.kStats.iAllocCount;
-            overhead += static_cast<int64_t>(snap.uCached) + static_cast<int64_t>(sizeof(RawHeap));
+            overhead += static_cast<int64_t>(snap.uCached);
             if (snap.iCount == 0) continue;
             FileTotal* grown = static_cast<FileTotal*>(std::realloc(all, sizeof(FileTotal) * static_cast<size_t>(capacity + snap.iCount)));
             if (!grown) continue;

@@ -112,9 +112,31 @@ namespace Common::Mem
 
     class CMemoryManager;
     class CReport;
-    class RawHeap;
     struct StackRecord;
     class TagMemory;
+
+    // The allocator behind a heap, used under the heap's lock. Part of HeapInfo so that
+    // the allocation path reaches its cache without one more pointer.
+    class RawHeap
+    {
+    public:
+        RawHeap() = default;
+        ~RawHeap() { Release(); }
+        RawHeap(const RawHeap&) = delete;
+        RawHeap& operator=(const RawHeap&) = delete;
+
+        void* Alloc(size_t n);
+        void* Realloc(void* raw, size_t n);
+        void Free(void* raw);
+        // Gives every cached block back to the system.
+        void Release();
+        size_t GetCachedBytes() const { return m_uCachedBytes; }
+
+    private:
+        static constexpr size_t kBins = 65;
+        void* m_apBins[kBins] = {};
+        size_t m_uCachedBytes = 0;
+    };
 
     struct alignas(64) HeapInfo
     {
@@ -130,6 +152,8 @@ namespace Common::Mem
         CMemoryManager* m_pOwner = nullptr;
         // Stack of the last tagged block freed here.
         const StackRecord* m_pTagCache = nullptr;
+        // m_hHeap points here once the heap is created.
+        RawHeap m_kRawHeap;
     };
 
     struct HeapStats
