@@ -1,6 +1,8 @@
 #include "zemrenderer/io/IOSTreamDiskNoPackage.h"
 
+#include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
@@ -103,6 +105,22 @@ namespace ZemRenderer
         }
         m_uiPosition += n;
         return n;
+    }
+
+    size_t IOSTreamDiskNoPackage::ReadAt(uint64_t offset, void* out, size_t bytes)
+    {
+        if (!m_pFile || !m_bReadable || !out) return 0;
+        const int fd = fileno(m_pFile);
+        char* p = static_cast<char*>(out);
+        size_t done = 0;
+        while (done < bytes)
+        {
+            const ssize_t n = pread(fd, p + done, bytes - done, static_cast<off_t>(offset + done));
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            done += static_cast<size_t>(n);
+        }
+        return done;
     }
 
     size_t IOSTreamDiskNoPackage::Write(const void* in, size_t bytes)

@@ -30,6 +30,9 @@ namespace ZemRenderer
         size_t GetPosition() override { return static_cast<size_t>(static_cast<int64_t>(m_uiPosition) + m_iPendingSkip); }
 
         bool IsOpen() const { return m_pFile != nullptr; }
+        // Reads at an absolute offset with one system call, leaving the position and any
+        // pending skip as they are. A package serves its files this way.
+        size_t ReadAt(uint64_t offset, void* out, size_t bytes);
 
     private:
         bool Open(const char* path, const char* mode);

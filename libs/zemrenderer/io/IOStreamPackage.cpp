@@ -199,9 +199,11 @@ namespace ZemRenderer
 
     size_t IOStreamPackage::ReadAt(uint64_t offset, void* out, size_t bytes)
     {
-        const int64_t delta = static_cast<int64_t>(offset) - static_cast<int64_t>(m_kStream.GetPosition());
-        if (delta && !m_kStream.Skip(delta)) return 0;
-        return m_kStream.Read(out, bytes);
+        // Positional reads: one system call per read, whatever was read before.
+        const size_t n = m_kStream.ReadAt(offset, out, bytes);
+        m_kStream.Rewind();
+        m_kStream.Skip(static_cast<int64_t>(offset + n));
+        return n;
     }
 
     unsigned int IOStreamPackage::GetFileCount() const

@@ -202,6 +202,8 @@ namespace ZemRenderer
     {
         for (const TArray<stNodeKey>* table : {&m_aMain, &m_aRecent})
         {
+            // New keys mostly come in rising order: they lie past the end of the table.
+            if (table->IsEmpty() || key < (*table)[0].uiKey || key > table->GetLast().uiKey) continue;
             unsigned int low = 0;
             unsigned int high = table->GetSize();
             while (low < high)
