@@ -15,13 +15,18 @@
 #define RAPIDJSON_PARSE_DEFAULT_FLAGS kParseIterativeFlag
 #define RAPIDJSON_HAS_STDSTRING 0
 
+// RapidJSON copies its values with memcpy, which g++ warns about.
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wclass-memaccess"
+#endif
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
+#endif
 
 namespace ZemEngine::Json
 {
