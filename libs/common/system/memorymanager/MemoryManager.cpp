@@ -30,12 +30,14 @@ namespace Common::Mem
     {
         constexpr size_t kHeaderSize = sizeof(BlockHeader);
         constexpr size_t kReallocExtra = 84;
-        uint64_t MagicWord()
+        // "COMMMEMM" as it lies in memory (little endian).
+        constexpr uint64_t MagicWord()
         {
-            uint64_t m;
-            std::memcpy(&m, MEMORY_MAGIC, 8);
+            uint64_t m = 0;
+            for (int i = 7; i >= 0; --i) m = (m << 8) | static_cast<unsigned char>(MEMORY_MAGIC[i]);
             return m;
         }
+        constexpr uint64_t kMagicWord = MagicWord();
         BlockHeader* HeaderOf(void* ptr) { return reinterpret_cast<BlockHeader*>(static_cast<char*>(ptr) - kHeaderSize); }
         void* PtrOf(BlockHeader* h) { return reinterpret_cast<char*>(h) + kHeaderSize; }
         bool GuardOk(const void* ptr, uint32_t size)
@@ -55,7 +57,7 @@ namespace Common::Mem
         {
             uint64_t m;
             std::memcpy(&m, static_cast<const char*>(ptr) - 8, 8);
-            return m == MagicWord();
+            return m == kMagicWord;
         }
         std::atomic<CMemoryManager*> g_pInstance{nullptr};
 
@@ -757,7 +759,7 @@ namespace Common::Mem
             h->m_pRaw = raw;
             h->m_szFile = file;
             h->m_uPacked = BlockHeader::Pack(line, heap, tagged);
-            std::memcpy(h->m_acMagic, MEMORY_MAGIC, 8);
+            std::memcpy(h->m_acMagic, &kMagicWord, 8);
         }
     }
 

@@ -83,17 +83,14 @@ namespace Common::Mem
 
     // Guards one heap. Its holder never calls out (no log, no managed allocation), so
     // it needs no recursion. While the process has a single thread there is nobody to
-    // exclude and the atomic read-modify-write is skipped.
+    // exclude: no thread can start inside a critical section, so Lock does nothing and
+    // Unlock's store finds the state already free.
     class CHeapLock
     {
     public:
         void Lock()
         {
-            if (__libc_single_threaded)
-            {
-                m_iState.store(1, std::memory_order_relaxed);
-                return;
-            }
+            if (__libc_single_threaded) return;
             int expected = 0;
             if (!m_iState.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed))
                 LockSlow();
