@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -25,6 +26,9 @@ namespace ZemRenderer
         constexpr unsigned int kIdleWaitRunningMs = 100;
         constexpr unsigned int kIdleWaitStoppedMs = 20;
         constexpr unsigned int kOverheadWaitMs = 100;
+        // A few microseconds of polling, then a few yields, before an idle loop sleeps.
+        constexpr int kIdlePolls = 64;
+        constexpr int kIdleYields = 8;
         constexpr unsigned int kSceneFailureSleepMs = 100;
         constexpr unsigned int kStartWaitStepMs = 100;
         // Loader and processor priority levels (below normal, above normal).
@@ -222,37 +226,50 @@ namespace ZemRenderer
     bool RenderThread::AddWorkItem(WorkerFields* worker, bool checkAccept)
     {
         if (!ZEM_ASSERT(worker != nullptr, "Pointer must be non null")) return false;
-        m_iAddersInFlight.fetch_add(1, std::memory_order_seq_cst);
-        if (checkAccept && !m_bAcceptWork.load(std::memory_order_seq_cst) && !IsInMyThread())
+        RenderQueueType& queue = QueueFor(QueueOf(worker));
+        worker->SetFrame(m_uProducerFrame.load(std::memory_order_relaxed));
+        // The place is taken before acceptance is read: the end of the thread waits for
+        // every place taken before it closed, and whoever takes one later sees it closed.
+        const uint32_t ticket = queue.Claim();
+        if (ticket == RenderQueueType::kNoTicket)
         {
-            m_iAddersInFlight.fetch_sub(1, std::memory_order_seq_cst);
-            ZEM_ASSERT(false && "refused",
-                       "During release, RenderThread doesn't accept more work from other thread.");
+            ZEM_ASSERT(ticket != RenderQueueType::kNoTicket, "Worker stack is full !");
             CancelAndReleaseOf(worker);
             return false;
         }
-        const unsigned int queue = QueueOf(worker);
-        worker->SetFrame(m_uProducerFrame.load(std::memory_order_relaxed));
-        const bool endsFrame = EndsFrameOf(worker);
-        if (endsFrame) m_overhead.fetch_add(1, std::memory_order_acq_rel);
-        if (worker->spQuery) worker->spQuery->SetState(Query::eQueued);
-        const bool pushed = QueueFor(queue).Push(worker);
-        m_iAddersInFlight.fetch_sub(1, std::memory_order_seq_cst);
-        if (!ZEM_ASSERT(pushed, "Worker stack is full !"))
+        if (checkAccept && !m_bAcceptWork.load(std::memory_order_seq_cst) && !IsInMyThread())
         {
-            if (endsFrame) LowerOverhead();
+            queue.Abandon(ticket);
+            ZEM_ASSERT(false && "refused", "During release, RenderThread doesn't accept more work from other thread.");
             CancelAndReleaseOf(worker);
+            return false;
         }
-        return pushed;
+        if (EndsFrameOf(worker)) m_overhead.fetch_add(1, std::memory_order_acq_rel);
+        if (worker->spQuery) worker->spQuery->SetState(Query::eQueued);
+        queue.Publish(ticket, worker);
+        return true;
     }
 
     bool RenderThread::AddWorkerThreadWork(WorkerBase<RenderThread>* worker)
     {
         if (!ZEM_ASSERT(worker != nullptr, "Pointer must be non null")) return false;
+        const uint32_t ticket = m_kSharedQueue.Claim();
+        if (ticket == FlowQueue<WorkerBase<RenderThread>>::kNoTicket)
+        {
+            ZEM_ASSERT(ticket != FlowQueue<WorkerBase<RenderThread>>::kNoTicket, "Worker stack is full !");
+            CancelAndRelease(worker);
+            return false;
+        }
+        if (!m_bAcceptWork.load(std::memory_order_seq_cst) && !IsInMyThread())
+        {
+            m_kSharedQueue.Abandon(ticket);
+            ZEM_ASSERT(false && "refused", "During release, RenderThread doesn't accept more work from other thread.");
+            CancelAndRelease(worker);
+            return false;
+        }
         if (worker->spQuery) worker->spQuery->SetState(Query::eQueued);
-        const bool pushed = m_kSharedQueue.Push(worker);
-        if (!ZEM_ASSERT(pushed, "Worker stack is full !")) CancelAndRelease(worker);
-        return pushed;
+        m_kSharedQueue.Publish(ticket, worker);
+        return true;
     }
 
     void RenderThread::LowerOverhead()
@@ -293,10 +310,10 @@ namespace ZemRenderer
             bool restart = false;
             for (unsigned int q = 0; q < 3 && !restart; ++q)
             {
-                WorkerFields*& held = m_apHeld[q];
-                if (!held) held = queues[q]->Pop();
-                if (!held || !IsDue(held->GetFrame(), current)) continue;
-                WorkerFields* worker = std::exchange(held, nullptr);
+                HeldWork& held = m_aHeld[q];
+                WorkerFields* front = held.Refill(*queues[q]);
+                if (!front || !IsDue(front->GetFrame(), current)) continue;
+                WorkerFields* worker = held.Take();
                 if (q != eRenderQueue || m_bRunning.load(std::memory_order_acquire)) return worker;
                 // Drawing before the thread runs is dropped, not delayed.
                 if (EndsFrameOf(worker)) LowerOverhead();
@@ -306,17 +323,40 @@ namespace ZemRenderer
             if (restart) continue;
 
             // Nothing is due: move to the frame of the first held worker, update first.
-            if (m_apHeld[eUpdateQueue]) m_uCurrentFrame.store(m_apHeld[eUpdateQueue]->GetFrame(), std::memory_order_relaxed);
-            else if (m_apHeld[eRenderQueue]) m_uCurrentFrame.store(m_apHeld[eRenderQueue]->GetFrame(), std::memory_order_relaxed);
-            else if (m_apHeld[eReleaseQueue]) m_uCurrentFrame.store(m_apHeld[eReleaseQueue]->GetFrame(), std::memory_order_relaxed);
-            else
+            WorkerFields* next = nullptr;
+            for (unsigned int q = 0; q < 3 && !next; ++q) next = m_aHeld[q].Front();
+            if (next) m_uCurrentFrame.store(next->GetFrame(), std::memory_order_relaxed);
+            else if (FlushFinished(), !AwaitBriefly())
             {
                 const bool running = m_bRunning.load(std::memory_order_acquire);
                 m_kWorkSignal.Wait(
-                    [this] { return m_kUpdateQueue.GetCount() || m_kRenderQueue.GetCount() || m_kReleaseQueue.GetCount(); },
+                    [this] { return m_kUpdateQueue.HasPublished() || m_kRenderQueue.HasPublished() || m_kReleaseQueue.HasPublished(); },
                     running ? kIdleWaitRunningMs : kIdleWaitStoppedMs);
             }
         }
+    }
+
+    bool RenderThread::AwaitBriefly()
+    {
+        // A producer in the middle of a burst is a few hundred nanoseconds away; going to
+        // sleep would cost it a system call for its next push. Past the first polls the
+        // core is offered to others, the producer among them.
+        auto arrived = [this] {
+            return m_kUpdateQueue.HasPublished() || m_kRenderQueue.HasPublished() || m_kReleaseQueue.HasPublished();
+        };
+        for (int i = 0; i < kIdlePolls; ++i)
+        {
+#if defined(__x86_64__) || defined(__i386__)
+            __builtin_ia32_pause();
+#endif
+            if (arrived()) return true;
+        }
+        for (int i = 0; i < kIdleYields; ++i)
+        {
+            std::this_thread::yield();
+            if (arrived()) return true;
+        }
+        return false;
     }
 
     bool RenderThread::RunAny(WorkerFields* worker)
@@ -341,6 +381,12 @@ namespace ZemRenderer
         });
     }
 
+    void RenderThread::FlushFinished()
+    {
+        for (uint32_t i = 0; i < m_uFinished; ++i) ReleaseOf(m_apFinished[i]);
+        m_uFinished = 0;
+    }
+
     void RenderThread::Loop()
     {
         for (;;)
@@ -348,9 +394,9 @@ namespace ZemRenderer
             WorkerFields* worker = SelectWorker();
             const bool result = RunAny(worker);
             const bool endsFrame = EndsFrameOf(worker);
-            if (endsFrame) LowerOverhead();
             if (worker->GetDelay() > 0.0f && !worker->IsCancelled() && result)
             {
+                if (endsFrame) LowerOverhead();
                 Renderer* renderer = GetRenderer();
                 const float frameTime = renderer ? renderer->GetFrameTime() : 0.0f;
                 const float delay = worker->GetDelay() - frameTime;
@@ -367,7 +413,11 @@ namespace ZemRenderer
             }
             else
             {
-                ReleaseOf(worker);
+                // Given back in small groups, so that the pools see the render thread in
+                // bursts; everything is back before a frame is reported done.
+                m_apFinished[m_uFinished++] = worker;
+                if (endsFrame || !result || m_uFinished == kFinishedBatch) FlushFinished();
+                if (endsFrame) LowerOverhead();
             }
             if (!result)
             {
@@ -431,11 +481,11 @@ namespace ZemRenderer
         m_bAcceptWork.store(false, std::memory_order_seq_cst);
     }
 
-    void RenderThread::DiscardQueue(RenderQueueType& queue, WorkerFields*& held)
+    void RenderThread::DiscardQueue(RenderQueueType& queue, HeldWork& held)
     {
-        for (WorkerFields* worker = std::exchange(held, nullptr); worker || (worker = queue.Pop());
-             worker = nullptr)
+        while (WorkerFields* worker = held.Refill(queue))
         {
+            held.Take();
             if (EndsFrameOf(worker)) LowerOverhead();
             CancelAndReleaseOf(worker);
         }
@@ -443,11 +493,9 @@ namespace ZemRenderer
 
     void RenderThread::DrainReleaseQueue()
     {
-        for (;;)
+        while (WorkerFields* worker = m_aHeld[eReleaseQueue].Refill(m_kReleaseQueue))
         {
-            WorkerFields* worker = std::exchange(m_apHeld[eReleaseQueue], nullptr);
-            if (!worker) worker = m_kReleaseQueue.Pop();
-            if (!worker) break;
+            m_aHeld[eReleaseQueue].Take();
             const bool endsFrame = EndsFrameOf(worker);
             const bool result = RunAny(worker);
             if (endsFrame) LowerOverhead();
@@ -470,15 +518,19 @@ namespace ZemRenderer
         m_pProcessor->Wait();
         for (WorkerThread* worker : m_aWorkerThreads) worker->Wait();
         // The processor's last act queued the end of the loop; no one else may add now.
+        // What was on its way in when that happened is waited for and drained below.
         m_bAcceptWork.store(false, std::memory_order_seq_cst);
-        while (m_iAddersInFlight.load(std::memory_order_seq_cst) != 0) Common::CThread::Sleep(1);
+        m_kUpdateQueue.WaitForClaims();
+        m_kRenderQueue.WaitForClaims();
+        m_kReleaseQueue.WaitForClaims();
+        m_kSharedQueue.WaitForClaims();
 
         Renderer* renderer = GetRenderer();
         if (renderer) renderer->Flush();
 
         // Frames that will never be drawn.
-        DiscardQueue(m_kUpdateQueue, m_apHeld[eUpdateQueue]);
-        DiscardQueue(m_kRenderQueue, m_apHeld[eRenderQueue]);
+        DiscardQueue(m_kUpdateQueue, m_aHeld[eUpdateQueue]);
+        DiscardQueue(m_kRenderQueue, m_aHeld[eRenderQueue]);
         for (WorkerBase<RenderThread>* job = m_kSharedQueue.Pop(); job; job = m_kSharedQueue.Pop()) CancelAndRelease(job);
 
         m_kBucketMutex.Lock();
@@ -495,6 +547,14 @@ namespace ZemRenderer
         m_pProcessor->ProcessMainThreadWork(this);
         m_pProcessor->CloseMainThreadList();
         DrainReleaseQueue();
+        // Release work may itself have queued more; only this thread can still add.
+        while (m_aHeld[eUpdateQueue].Refill(m_kUpdateQueue) || m_aHeld[eRenderQueue].Refill(m_kRenderQueue) ||
+               m_aHeld[eReleaseQueue].Refill(m_kReleaseQueue))
+        {
+            DiscardQueue(m_kUpdateQueue, m_aHeld[eUpdateQueue]);
+            DiscardQueue(m_kRenderQueue, m_aHeld[eRenderQueue]);
+            DrainReleaseQueue();
+        }
 
         ReleaseBucketsLeft();
 

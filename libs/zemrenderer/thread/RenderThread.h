@@ -121,16 +121,44 @@ namespace ZemRenderer
 
         typedef FlowQueue<WorkerFields> RenderQueueType;
 
+        // What the loop took off one queue and has not run yet, oldest first. Its front
+        // is the queue's held slot; taking several at once spares the queue's lock.
+        struct HeldWork
+        {
+            static constexpr uint32_t kBatch = 32;
+            WorkerFields* apItems[kBatch] = {};
+            uint32_t uHead = 0;
+            uint32_t uCount = 0;
+
+            WorkerFields* Front() const { return uCount ? apItems[uHead] : nullptr; }
+            WorkerFields* Take()
+            {
+                --uCount;
+                return apItems[uHead++];
+            }
+            WorkerFields* Refill(RenderQueueType& queue)
+            {
+                if (!uCount)
+                {
+                    uHead = 0;
+                    uCount = queue.PopBatch(apItems, kBatch);
+                }
+                return Front();
+            }
+        };
+
         bool AddWorkItem(WorkerFields* worker, bool checkAccept);
         RenderQueueType& QueueFor(unsigned int queue);
         WorkerFields* SelectWorker();
+        bool AwaitBriefly();
+        void FlushFinished();
         void Loop();
         bool RunAny(WorkerFields* worker);
         void LowerOverhead();
         void BeginRelease();
         void Shutdown();
         void DrainReleaseQueue();
-        void DiscardQueue(RenderQueueType& queue, WorkerFields*& held);
+        void DiscardQueue(RenderQueueType& queue, HeldWork& held);
         void DeleteBucket(Bucket* bucket);
         void ReleaseBucketsLeft();
 
@@ -144,21 +172,23 @@ namespace ZemRenderer
         RenderQueueType m_kUpdateQueue;
         RenderQueueType m_kRenderQueue;
         RenderQueueType m_kReleaseQueue;
-        // What the loop took off each queue and has not run yet.
-        WorkerFields* m_apHeld[3] = {};
+        // The consumer's own state, on lines that producers never write.
+        alignas(64) HeldWork m_aHeld[3];
+        static constexpr uint32_t kFinishedBatch = 32;
+        WorkerFields* m_apFinished[kFinishedBatch] = {};
+        uint32_t m_uFinished = 0;
         std::atomic<IAnimManager*> m_pAnimManager{nullptr};
 
         Bucket* m_pDefaultBucket = nullptr;
         TArray<Bucket*> m_Buckets;
         mutable Common::CMutex m_kBucketMutex;
 
-        std::atomic<uint32_t> m_overhead{0};
-        WakeSignal m_kOverheadSignal;
-        std::atomic<uint32_t> m_uCurrentFrame{0};
-        std::atomic<uint32_t> m_uProducerFrame{0};
+        alignas(64) std::atomic<uint32_t> m_uCurrentFrame{0};
+        // What producers write, apart from what the consumer writes.
+        alignas(64) std::atomic<uint32_t> m_uProducerFrame{0};
         std::atomic<bool> m_bAcceptWork{false};
-        // Adders between their accept check and their push; the end waits for them.
-        std::atomic<int> m_iAddersInFlight{0};
+        alignas(64) std::atomic<uint32_t> m_overhead{0};
+        WakeSignal m_kOverheadSignal;
         InitRendererWorker* m_pInitWorker = nullptr;
         RendererInitRecord m_kInitRecord;
         Common::CEvent m_kStartedEvent;
@@ -168,7 +198,7 @@ namespace ZemRenderer
         std::atomic<bool> m_bSceneOpened{false};
         std::atomic<WorkerFields*> m_pReleaseRendererWorker{nullptr};
 
-        std::atomic<bool> m_bThreadStarted{false};
+        alignas(64) std::atomic<bool> m_bThreadStarted{false};
         std::atomic<bool> m_bInitFailed{false};
         std::atomic<bool> m_bStopRequested{false};
         std::atomic<bool> m_bReleaseRequested{false};

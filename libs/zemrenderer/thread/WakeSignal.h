@@ -16,6 +16,8 @@ namespace ZemRenderer
         void Notify(bool all = false)
         {
             if (m_uSleepers.load(std::memory_order_seq_cst) == 0) return;
+            // One wake-up is on its way already: the sleeper will see this change too.
+            if (!all && m_bWakePending.exchange(true, std::memory_order_seq_cst)) return;
             {
                 std::lock_guard<std::mutex> lock(m_kMutex);
                 ++m_uGeneration;
@@ -30,6 +32,7 @@ namespace ZemRenderer
         void Wait(Ready ready, unsigned int ms)
         {
             m_uSleepers.fetch_add(1, std::memory_order_seq_cst);
+            m_bWakePending.store(false, std::memory_order_seq_cst);
             {
                 std::unique_lock<std::mutex> lock(m_kMutex);
                 const uint64_t generation = m_uGeneration;
@@ -42,6 +45,7 @@ namespace ZemRenderer
 
     private:
         std::atomic<uint32_t> m_uSleepers{0};
+        std::atomic<bool> m_bWakePending{false};
         std::mutex m_kMutex;
         std::condition_variable m_kCondition;
         uint64_t m_uGeneration = 0;
