@@ -1,5 +1,6 @@
 #include "zemrenderer/io/IOStreamPackage.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -75,13 +76,21 @@ namespace ZemRenderer
         if (m_pDirectory) MEM_FREE(m_pDirectory);
         m_pDirectory = nullptr;
         m_dFiles.ClearAndFree();
-        m_aUnused.ClearAndFree();
+        m_aUsedFlags.ClearAndFree();
         m_aUsed.ClearAndFree();
         m_szRoot[0] = '\0';
         m_bSwapped = false;
     }
 
-    bool IOStreamPackage::PostMount(bool logOrder)
+    const stFileDesc* IOStreamPackage::FindHash(unsigned int hash) const
+    {
+        const stFileKey* end = m_dFiles.end();
+        const stFileKey* it = std::lower_bound(m_dFiles.begin(), end, hash,
+                                               [](const stFileKey& k, unsigned int h) { return k.uiHash < h; });
+        return it != end && it->uiHash == hash ? it->pDesc : nullptr;
+    }
+
+    bool IOStreamPackage::PostMount()
     {
         if (m_eState != eUnmounted) return m_eState == eLive;
         if (!m_szPath[0] || !m_kStream.OpenToRead(m_szPath)) return false;
@@ -119,7 +128,8 @@ namespace ZemRenderer
             m_szRoot[n - 1] = '\0';
 
         stFileDesc* entries = reinterpret_cast<stFileDesc*>(m_pDirectory + kPackageRecordSize);
-        m_dFiles.Reserve(header.uiCount);
+        if (!m_dFiles.Reserve(header.uiCount) || !m_aUsedFlags.Reserve(header.uiCount))
+            return Reject("no memory for a directory of %u files", header.uiCount);
         for (unsigned int i = 0; i < header.uiCount; ++i)
         {
             stFileDesc& e = entries[i];
@@ -136,21 +146,35 @@ namespace ZemRenderer
             char name[kPackageNameSize];
             IOPath::Normalize(e.szName, name, sizeof(name));
             std::memcpy(e.szName, name, sizeof(name));
-            if (!e.szName[0]) continue;  // an entry whose file could not be read when packing
-            const unsigned int hash = GenerateUIntIdFromString(e.szName);
-            if (stFileDesc* other = m_dFiles.Find(hash); other && std::strcmp(other->szName, e.szName) != 0)
-                Common::Log("Package %s: \"%s\" and \"%s\" share an id; the later one is served.\n", m_szPath,
-                            other->szName, e.szName);
-            m_dFiles.Insert(hash, &e);
-            if (logOrder && !m_aUnused.Contains(hash)) m_aUnused.Add(hash);
+            // An entry without a name is a file that could not be read when packing.
+            if (e.szName[0]) m_dFiles.Add(stFileKey{GenerateUIntIdFromString(e.szName), &e});
         }
+        std::stable_sort(m_dFiles.begin(), m_dFiles.end(),
+                         [](const stFileKey& a, const stFileKey& b) { return a.uiHash < b.uiHash; });
+        unsigned int kept = 0;
+        for (unsigned int i = 0; i < m_dFiles.GetSize(); ++i)
+        {
+            if (kept && m_dFiles[kept - 1].uiHash == m_dFiles[i].uiHash)
+            {
+                const stFileDesc* earlier = m_dFiles[kept - 1].pDesc;
+                if (std::strcmp(earlier->szName, m_dFiles[i].pDesc->szName) != 0)
+                    Common::Log("Package %s: \"%s\" and \"%s\" share an id; the later one is served.\n", m_szPath,
+                                earlier->szName, m_dFiles[i].pDesc->szName);
+                m_dFiles[kept - 1] = m_dFiles[i];
+                continue;
+            }
+            m_dFiles[kept++] = m_dFiles[i];
+        }
+        m_dFiles.Resize(kept);
+        m_aUsedFlags.SetSize(header.uiCount);
+        if (header.uiCount) std::memset(m_aUsedFlags.GetData(), 0, header.uiCount);
         m_eState = eLive;
         return true;
     }
 
     IOSTreamPackageSingle* IOStreamPackage::Open(const char* normalizedPath, bool logOrder)
     {
-        if (!normalizedPath || !PostMount(logOrder)) return nullptr;
+        if (!normalizedPath || !PostMount()) return nullptr;
         const size_t rootLength = std::strlen(m_szRoot);
         const char* rest = normalizedPath;
         if (rootLength)
@@ -161,10 +185,17 @@ namespace ZemRenderer
             rest = normalizedPath + rootLength + 1;
         }
         if (!rest[0]) return nullptr;
-        const unsigned int hash = GenerateUIntIdFromString(rest);
-        const stFileDesc* desc = m_dFiles.Find(hash);
+        const stFileDesc* desc = FindHash(GenerateUIntIdFromString(rest));
         if (!desc || std::strcmp(desc->szName, rest) != 0) return nullptr;
-        if (logOrder && m_aUnused.RemoveValue(hash)) m_aUsed.Add(hash);
+        if (logOrder)
+        {
+            const unsigned int index = static_cast<unsigned int>(desc - GetFile(0));
+            if (!m_aUsedFlags[index])
+            {
+                m_aUsedFlags[index] = 1;
+                m_aUsed.Add(index);
+            }
+        }
         return OpenEntry(desc);
     }
 
@@ -173,7 +204,7 @@ namespace ZemRenderer
         if (!name || m_eState != eLive) return nullptr;
         char normalized[IOPath::kMaxPackagePath];
         if (!IOPath::Normalize(name, normalized, sizeof(normalized))) return nullptr;
-        const stFileDesc* desc = m_dFiles.Find(GenerateUIntIdFromString(normalized));
+        const stFileDesc* desc = FindHash(GenerateUIntIdFromString(normalized));
         return desc && std::strcmp(desc->szName, normalized) == 0 ? desc : nullptr;
     }
 
@@ -285,10 +316,9 @@ namespace ZemRenderer
             Common::Log("Package %s: cannot write %s.\n", m_szPath, path);
             return false;
         }
-        for (unsigned int hash : m_aUsed)
-            if (const stFileDesc* d = m_dFiles.Find(hash)) std::fprintf(f, "%s\n", d->szName);
-        for (unsigned int hash : m_aUnused)
-            if (const stFileDesc* d = m_dFiles.Find(hash)) std::fprintf(f, "%s\n", d->szName);
+        for (unsigned int index : m_aUsed) std::fprintf(f, "%s\n", GetFile(index)->szName);
+        for (unsigned int i = 0; i < GetFileCount(); ++i)
+            if (!m_aUsedFlags[i] && GetFile(i)->szName[0]) std::fprintf(f, "%s\n", GetFile(i)->szName);
         return std::fclose(f) == 0;
     }
 

@@ -7,7 +7,6 @@
 #include <cstdint>
 
 #include "common/utils/TArray.h"
-#include "common/utils/TMap.h"
 #include "zemrenderer/io/IOPath.h"
 #include "zemrenderer/io/IOSTreamDiskNoPackage.h"
 
@@ -54,11 +53,12 @@ namespace ZemRenderer
 
         // Reads and checks the directory once. A package file that cannot be opened is
         // tried again next time; one whose content is wrong is passed over for good.
-        bool PostMount(bool logOrder = false);
+        bool PostMount();
         bool IsLive() const { return m_eState == eLive; }
         bool IsRejected() const { return m_eState == eRejected; }
 
-        // The package's stream for a normalised path below its root, or null.
+        // The package's stream for a normalised path below its root, or null. With
+        // logOrder the file's first use is noted for the order log.
         IOSTreamPackageSingle* Open(const char* normalizedPath, bool logOrder = false);
         // The stream of one entry; the package serves one open file at a time.
         IOSTreamPackageSingle* OpenEntry(const stFileDesc* desc);
@@ -92,8 +92,14 @@ namespace ZemRenderer
             eLive,
             eRejected,
         };
+        struct stFileKey
+        {
+            unsigned int uiHash;
+            stFileDesc* pDesc;
+        };
         bool Reject(const char* format, ...) __attribute__((format(printf, 2, 3)));
         void DropDirectory();
+        const stFileDesc* FindHash(unsigned int hash) const;
 
         unsigned char* m_pDirectory = nullptr;
         IOSTreamDiskNoPackage m_kStream;
@@ -101,8 +107,11 @@ namespace ZemRenderer
         unsigned int m_uiFlag;
         char m_szPath[IOPath::kMaxPackagePath] = {};
         IOSTreamPackageSingle* m_pCurrent = nullptr;
-        TMap<unsigned int, stFileDesc*> m_dFiles;
-        TArray<unsigned int> m_aUnused;
+        // Entries by name hash, sorted once at mount and searched by bisection; where two
+        // entries share a name the later one is kept.
+        TArray<stFileKey> m_dFiles;
+        // The order log: a used mark per entry, and entries in order of first use.
+        TArray<unsigned char> m_aUsedFlags;
         TArray<unsigned int> m_aUsed;
         // Every stream still open on this package, so that none outlives it.
         TArray<IOSTreamPackageSingle*> m_aOpenFiles;

@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // On its own, as the tool uses it.
     {
         IOStreamPackage package(path.c_str(), 0);
-        if (package.PostMount(true))
+        if (package.PostMount())
         {
             if (package.GetFileCount() > size / 128) std::abort();
             for (unsigned int i = 0; i < package.GetFileCount() && i < 64; ++i)

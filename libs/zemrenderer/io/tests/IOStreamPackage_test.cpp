@@ -196,6 +196,20 @@ TEST_F(PackageTest, LaterMountShadowsEarlier)
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(s->GetPackage(), again);
     MEM_DELETE(s);
+
+    // Within one package, of two entries with one name the later is served.
+    std::string twice = IOTest::MakePackage("Dup", "x", "one");
+    twice.insert(256, std::string(128, '\0'));
+    IOTest::Put32(twice, 4, 2);
+    IOTest::Put32(twice, 132, 384);
+    IOTest::Put32(twice, 256, 3);
+    IOTest::Put32(twice, 260, 384);
+    twice[264] = 'x';
+    twice += "two";
+    IOTest::Put32(twice, 260, 387);
+    IOTest::WriteFile(m_kDir / "dup.pak", twice);
+    m_pManager->Mount((m_kDir / "dup.pak").c_str(), 0);
+    EXPECT_EQ(ReadThroughDisk("Dup/x"), "two");
 }
 
 TEST_F(PackageTest, PackageStreamSkipsClampInsideTheFile)
