@@ -6,7 +6,7 @@ set -euo pipefail
 PACKAGES=(
   build-essential g++ cmake ninja-build ccache pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  rapidjson-dev
+  rapidjson-dev libsdl2-dev
 )
 # `install-deps.sh fuzz` adds what the libFuzzer build needs.
 if [ "${1:-}" = "fuzz" ]; then
