@@ -24,6 +24,8 @@ namespace
             if (fd >= 0) close(fd);
             return std::string(pattern);
         }();
+        static const int s_iCleanup = std::atexit([] { std::remove(ScratchPath().c_str()); });
+        (void)s_iCleanup;
         return s_kPath;
     }
 
