@@ -50,6 +50,12 @@ namespace Common
         m_iPort = 0;
     }
 
+    void TcpSocket::Shutdown()
+    {
+        if (m_iAcceptedSocket >= 0) shutdown(m_iAcceptedSocket, SHUT_RDWR);
+        if (m_iSocket >= 0) shutdown(m_iSocket, SHUT_RDWR);
+    }
+
     bool TcpSocket::OpenHost(int port, const char* address)
     {
         Close();

@@ -38,6 +38,10 @@ namespace Common
         // Makes a blocking Receive give up after `ms` milliseconds (0: wait forever).
         bool SetReceiveTimeout(unsigned int ms);
         void Close();
+        // Wakes every thread blocked in Receive or Accept on this socket (they return
+        // as for a closed connection) without freeing the descriptor under them; the
+        // owner calls Close once those threads are gone.
+        void Shutdown();
 
         bool IsValid() const { return m_iSocket >= 0; }
         // True once a Receive found the peer gone.

@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
@@ -153,4 +155,38 @@ TEST(TcpSocket, SendToAVanishedPeerIsAnErrorNotASignal)
     for (int i = 0; i < 100 && result >= 0; ++i) result = client.Send(block, sizeof(block));
     EXPECT_EQ(result, -1);
     EXPECT_TRUE(cap.Contains("Socket send error : ")) << cap.Text();
+}
+
+// A host stopping its threads relies on Shutdown to release both a reader blocked
+// without a time-out and a listener blocked in accept.
+TEST(TcpSocket, ShutdownReleasesBlockedReceiveAndAccept)
+{
+    Listener l;
+    TcpSocket client;
+    ASSERT_TRUE(client.Connect(l.host.GetPort(), "127.0.0.1"));
+    TcpSocket* server = l.host.AcceptSocket();
+    ASSERT_NE(server, nullptr);
+
+    std::atomic<bool> receiveReturned{false}, acceptReturned{false};
+    std::thread reader([&] {
+        char buffer[4];
+        int received = 0;
+        server->Receive(buffer, sizeof(buffer), received);
+        receiveReturned = true;
+    });
+    std::thread acceptor([&] {
+        TcpSocket* extra = l.host.AcceptSocket();
+        acceptReturned = true;
+        MEM_DELETE(extra);
+    });
+    Common::CThread::Sleep(50);
+    EXPECT_FALSE(receiveReturned.load());
+    EXPECT_FALSE(acceptReturned.load());
+    server->Shutdown();
+    l.host.Shutdown();
+    reader.join();
+    acceptor.join();
+    EXPECT_TRUE(receiveReturned.load());
+    EXPECT_TRUE(acceptReturned.load());
+    MEM_DELETE(server);
 }
