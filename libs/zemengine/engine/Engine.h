@@ -126,7 +126,8 @@ namespace ZemEngine
         bool Init(const EngineInitDesc& desc);
         // Starts the remote host on `port` (0: any free port).
         bool InitRpcConnection(int port, const char* bindAddress = "127.0.0.1");
-        // Stops everything in order and deletes the engine: `this` is gone afterwards.
+        // Stops everything in order. The singleton deletes itself: `this` is gone
+        // afterwards. An engine that is not the singleton is only emptied.
         void Destroy();
 
         // ---- time ---------------------------------------------------------------
@@ -204,8 +205,14 @@ namespace ZemEngine
         bool HasFocus() const { return m_bHasFocus; }
         void SetIgnoreDirty(bool ignore) { m_bIgnoreDirty = ignore; }
         bool GetIgnoreDirty() const { return m_bIgnoreDirty; }
-        void KeepAlive() { m_uiKeepAliveTime = static_cast<uint64_t>(GetClockMs()); }
+        void KeepAlive()
+        {
+            m_uiKeepAliveTime = static_cast<uint64_t>(GetClockMs());
+            m_iSinceKeepAlive = 0;
+        }
         uint64_t GetKeepAliveTime() const { return m_uiKeepAliveTime; }
+        // Scaled milliseconds ticked since the last KeepAlive (or Init).
+        int64_t GetTimeSinceKeepAlive() const { return m_iSinceKeepAlive; }
         void SetPaused(bool paused) { m_bPaused = paused; }
         bool IsPaused() const { return m_bPaused; }
 
@@ -233,6 +240,17 @@ namespace ZemEngine
         static const char* GetPluginRoot(Mode::Type mode);
 
     private:
+        class CWakeupForward : public ICommandWakeup
+        {
+        public:
+            explicit CWakeupForward(CEngine* engine) : m_pEngine(engine) {}
+            void PostCommandWakeup() override { m_pEngine->PostCommandWakeup(); }
+            void SendCommandWakeup() override { m_pEngine->SendCommandWakeup(); }
+
+        private:
+            CEngine* m_pEngine;
+        };
+
         void AdvanceTime(int64_t deltaMs);
         void ReleaseActors();
 
@@ -245,11 +263,11 @@ namespace ZemEngine
         uint64_t m_uiStartTime = 0;
         uint64_t m_uiCurrentTime = 0;
         uint64_t m_uiLastTime = 0;
+        bool m_bClockStarted = false;
         int64_t m_iFixedAccumulator = 0;
         // Scaled time since Init.
         int64_t m_iElapsedTime = 0;
-        // Scaled time not yet taken by a frame consumer; what Update hands on.
-        int64_t m_iFrameAccumulator = 0;
+        int64_t m_iSinceKeepAlive = 0;
         uint32_t m_uiRandomSeed = 0;
         unsigned int m_uRenderFrameCount = 1;
         int64_t m_kFrameTime = 0;
@@ -270,6 +288,7 @@ namespace ZemEngine
 
         Mode::Type m_eMode = Mode::None;
         ICommandWakeup* m_pCommandWakeup = nullptr;
+        CWakeupForward m_kQueueWakeup{this};
         EngineInitDesc m_kDesc;
         bool m_bInitialised = false;
     };

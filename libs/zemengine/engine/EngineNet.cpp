@@ -2,6 +2,7 @@
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
+#include "zemengine/rpc/Root.h"
 
 namespace ZemEngine
 {
@@ -19,6 +20,12 @@ namespace ZemEngine
     bool CEngineNet::Init(int port, const char* bindAddress)
     {
         if (!InitCommands()) return false;
+        // The built-in classes, then the root that clients start from.
+        if (!m_pRoot)
+        {
+            RPC::IRPCStub_CRoot::Register(*m_pCommandManager);
+            m_pRoot = MEM_NEW(RPC::CRoot);
+        }
         if (port < 0) return true;
         return StartHost(port == 0 ? kDefaultPort : port, bindAddress);
     }
@@ -38,6 +45,8 @@ namespace ZemEngine
         if (m_pHost) m_pHost->Stop();
         MEM_DELETE(m_pHost);
         m_pHost = nullptr;
+        MEM_DELETE(m_pRoot);
+        m_pRoot = nullptr;
         MEM_DELETE(m_pCommandManager);
         m_pCommandManager = nullptr;
     }

@@ -24,8 +24,9 @@ namespace ZemEngine
         CEngineNet(const CEngineNet&) = delete;
         CEngineNet& operator=(const CEngineNet&) = delete;
 
-        // Makes the command manager, then opens the host on `port` (0: the default
-        // port, negative: no host) at `bindAddress`. False if the host could not open.
+        // Makes the command manager, registers the built-in classes and makes the root,
+        // then opens the host on `port` (0: the default port, negative: no host) at
+        // `bindAddress`. False if the host could not open.
         bool Init(int port, const char* bindAddress = kDefaultBindAddress);
         // The command manager alone, so that classes can register before a host opens.
         bool InitCommands();
