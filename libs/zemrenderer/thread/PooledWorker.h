@@ -10,6 +10,7 @@
 // pool itself is asked for blocks (under its lock) only when both are dry.
 #include <atomic>
 #include <concepts>
+#include <cstdint>
 #include <new>
 #include <thread>
 #include <utility>
@@ -59,6 +60,29 @@ namespace ZemRenderer
             {
                 block->pNext = head;
             } while (!Recycled().compare_exchange_weak(head, block, std::memory_order_release,
+                                                       std::memory_order_relaxed));
+        }
+
+        // Workers of this class, destroyed and given back with one exchange of the list.
+        static void ReleaseMany(WorkerFields* const* workers, uint32_t count)
+        {
+            Block* first = nullptr;
+            Block* last = nullptr;
+            for (uint32_t i = 0; i < count; ++i)
+            {
+                W* object = static_cast<W*>(static_cast<WorkerBase<typename W::ContextType>*>(workers[i]));
+                object->~W();
+                Block* block = reinterpret_cast<Block*>(static_cast<void*>(object));
+                block->pNext = first;
+                if (!last) last = block;
+                first = block;
+            }
+            if (!first) return;
+            Block* head = Recycled().load(std::memory_order_relaxed);
+            do
+            {
+                last->pNext = head;
+            } while (!Recycled().compare_exchange_weak(head, first, std::memory_order_release,
                                                        std::memory_order_relaxed));
         }
 
@@ -185,6 +209,8 @@ namespace ZemRenderer
     public:
         typedef WorkerPool<W> Pool;
 
+        PooledWorker() { this->m_pfnReleaseMany = &Pool::ReleaseMany; }
+
         // Null only when memory runs out.
         template <class... Args>
         static W* New(Args&&... args)
@@ -192,7 +218,8 @@ namespace ZemRenderer
             return Pool::New(std::forward<Args>(args)...);
         }
 
-        void ReleaseToPool() override { Pool::Release(static_cast<W*>(this)); }
+        // Final: the render thread may give workers back through ReleaseMany instead.
+        void ReleaseToPool() final { Pool::Release(static_cast<W*>(this)); }
 
         static typename Pool::LockedPool*& GetPoolPointer() { return Pool::GetPoolPointer(); }
         static unsigned int GetUsedCount() { return Pool::GetUsedCount(); }

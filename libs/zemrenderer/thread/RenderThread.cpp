@@ -383,7 +383,18 @@ namespace ZemRenderer
 
     void RenderThread::FlushFinished()
     {
-        for (uint32_t i = 0; i < m_uFinished; ++i) ReleaseOf(m_apFinished[i]);
+        // Runs of one pooled class go back together.
+        uint32_t i = 0;
+        while (i < m_uFinished)
+        {
+            const WorkerFields::ReleaseManyFn releaseMany = m_apFinished[i]->GetReleaseMany();
+            uint32_t end = i + 1;
+            if (releaseMany)
+                while (end < m_uFinished && m_apFinished[end]->GetReleaseMany() == releaseMany) ++end;
+            if (releaseMany) releaseMany(m_apFinished + i, end - i);
+            else ReleaseOf(m_apFinished[i]);
+            i = end;
+        }
         m_uFinished = 0;
     }
 

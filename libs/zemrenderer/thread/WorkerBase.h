@@ -46,6 +46,10 @@ namespace ZemRenderer
     class WorkerFields
     {
     public:
+        // Gives several workers of one pooled class back at once; null for a worker that
+        // is not pooled.
+        typedef void (*ReleaseManyFn)(WorkerFields* const* workers, uint32_t count);
+
         QueryPtr spQuery;
 
         float GetDelay() const { return m_fDelay; }
@@ -56,6 +60,7 @@ namespace ZemRenderer
         bool IsCancelled() const { return m_bCancelled; }
         uint32_t GetMemoryTag() const { return m_uMemoryTag; }
         WorkerContext GetContextKind() const { return m_eContext; }
+        ReleaseManyFn GetReleaseMany() const { return m_pfnReleaseMany; }
 
     protected:
         explicit WorkerFields(WorkerContext context);
@@ -68,6 +73,7 @@ namespace ZemRenderer
         bool m_bCancelled = false;
         WorkerContext m_eContext;
         uint32_t m_uMemoryTag = 0;
+        ReleaseManyFn m_pfnReleaseMany = nullptr;
     };
 
     template <class Context>
