@@ -61,9 +61,15 @@ fuzz: deps
 	cmake --build $(BUILD_FUZZ) -j $(JOBS)
 	@bash scripts/run-fuzzers.sh $(BUILD_FUZZ) $(FUZZ_SECONDS)
 
+# Starts zemora on the samples, remote commands on 127.0.0.1:$(RUN_PORT). It runs in
+# bin/, where it finds its plugins; headless when there is no display.
+RUN_PORT ?= 27921
 run: build
-	@if [ -x $(BUILD)/bin/zemora ]; then exec $(BUILD)/bin/zemora; \
-	else echo "The host program zemora is not built yet: it arrives with the engine shell."; exit 1; fi
+	@echo "zemora: remote commands on 127.0.0.1:$(RUN_PORT). From another terminal:"
+	@echo "  $(BUILD)/bin/zemctl --port $(RUN_PORT) Root GetRPCSingleton"
+	@echo "  $(BUILD)/bin/zemctl --port $(RUN_PORT) Root GetCustomNodeHeaderDesc 0"
+	@echo "Stop it with Ctrl-C (or: $(BUILD)/bin/zemctl --port $(RUN_PORT) --no-wait Root ForceQuit)."
+	cd $(BUILD)/bin && exec ./zemora -rpcport $(RUN_PORT) -rpcbind 127.0.0.1 -assetsRoot "$(CURDIR)/samples/SampleProject"
 
 clean:
 	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_REL) $(BUILD_FUZZ)
