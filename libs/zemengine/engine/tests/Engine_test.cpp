@@ -303,9 +303,10 @@ namespace
 
             std::vector<CCountingActor*> byKey(actors.begin(), actors.begin() + 3);
             std::sort(byKey.begin(), byKey.end());
+            std::vector<int> expected;
+            for (size_t i = 3; i-- > 0;) expected.push_back(byKey[i]->m_iId);
             engine.Destroy();
-            ASSERT_EQ(destroyed.size(), 3u);
-            for (size_t i = 0; i < 3; ++i) EXPECT_EQ(destroyed[i], byKey[2 - i]->m_iId);
+            EXPECT_EQ(destroyed, expected);
         }
     }
 
