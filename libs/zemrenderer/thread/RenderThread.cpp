@@ -476,18 +476,15 @@ namespace ZemRenderer
     void RenderThread::AddReleaseRendererWork()
     {
         if (m_bReleaseRendererAdded.exchange(true)) return;
-        ReleaseRendererWorker* worker = ReleaseRendererWorker::New();
-        if (worker)
+        // Queued past the accept test: it is the chain's own last step. A full queue is
+        // waited out while the loop still drains it; an ended loop needs no end marker.
+        for (;;)
         {
+            ReleaseRendererWorker* worker = ReleaseRendererWorker::New();
+            if (!worker) break;
             m_pReleaseRendererWorker.store(worker, std::memory_order_release);
-            // Queued past the accept test: it is the chain's own last step.
-            while (!AddWorkItem(worker, false))
-            {
-                worker = ReleaseRendererWorker::New();
-                if (!worker) break;
-                m_pReleaseRendererWorker.store(worker, std::memory_order_release);
-                Common::CThread::Sleep(1);
-            }
+            if (AddWorkItem(worker, false) || m_bLoopEnded.load(std::memory_order_acquire)) break;
+            Common::CThread::Sleep(1);
         }
         m_bAcceptWork.store(false, std::memory_order_seq_cst);
     }

@@ -50,7 +50,7 @@ namespace ZemRenderer
         // Begins the stop chain: loader, then processor, then the render loop; the release
         // queue is drained and every worker pool cleared at the end.
         void Stop() override;
-        // Blocks until the thread has ended and released all it owned.
+        // After Stop: blocks until the thread has ended and released all it owned.
         void WaitForStop();
 
         // The one way into the three render queues, from any thread.
@@ -168,7 +168,7 @@ namespace ZemRenderer
         TArray<WorkerThread*> m_aWorkerThreads;
         FlowQueue<WorkerBase<RenderThread>> m_kSharedQueue;
         // One sleeper (this thread) waits on the three render queues together.
-        WakeSignal m_kWorkSignal;
+        WakeSignal m_kWorkSignal{true};
         RenderQueueType m_kUpdateQueue;
         RenderQueueType m_kRenderQueue;
         RenderQueueType m_kReleaseQueue;

@@ -12,12 +12,15 @@ namespace ZemRenderer
     class WakeSignal
     {
     public:
+        // With one sleeper at most, a wake-up already on its way covers later changes too.
+        explicit WakeSignal(bool singleSleeper = false) : m_bSingleSleeper(singleSleeper) {}
+
         // Call after making the change that a sleeper tests for.
         void Notify(bool all = false)
         {
             if (m_uSleepers.load(std::memory_order_seq_cst) == 0) return;
             // One wake-up is on its way already: the sleeper will see this change too.
-            if (!all && m_bWakePending.exchange(true, std::memory_order_seq_cst)) return;
+            if (m_bSingleSleeper && !all && m_bWakePending.exchange(true, std::memory_order_seq_cst)) return;
             {
                 std::lock_guard<std::mutex> lock(m_kMutex);
                 ++m_uGeneration;
@@ -44,6 +47,7 @@ namespace ZemRenderer
         }
 
     private:
+        const bool m_bSingleSleeper;
         std::atomic<uint32_t> m_uSleepers{0};
         std::atomic<bool> m_bWakePending{false};
         std::mutex m_kMutex;
