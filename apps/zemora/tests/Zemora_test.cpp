@@ -61,7 +61,8 @@ namespace
         std::string Output() const { return ReadFile(OutputFile()); }
 
         // Starts zemora from its own folder, where it finds its plugins.
-        bool Start(std::vector<std::string> args, bool withPortFile = true)
+        // `env` entries ("NAME=value") are added to this process's environment.
+        bool Start(std::vector<std::string> args, bool withPortFile = true, std::vector<std::string> env = {})
         {
             if (m_sDir.empty()) return false;
             if (withPortFile)
@@ -74,6 +75,10 @@ namespace
             argv.push_back(bin.data());
             for (std::string& a : args) argv.push_back(a.data());
             argv.push_back(nullptr);
+            std::vector<char*> envp;
+            for (char** e = environ; *e; ++e) envp.push_back(*e);
+            for (std::string& e : env) envp.push_back(e.data());
+            envp.push_back(nullptr);
             const std::string out = OutputFile();
             m_kStart = Clock::now();
             m_iPid = fork();
@@ -83,7 +88,7 @@ namespace
                 if (fd < 0 || chdir(ZEMORA_BIN_DIR) != 0) _exit(120);
                 dup2(fd, 1);
                 dup2(fd, 2);
-                execv(argv[0], argv.data());
+                execve(argv[0], argv.data(), envp.data());
                 _exit(121);
             }
             return m_iPid > 0;
@@ -235,17 +240,12 @@ namespace
         EXPECT_EQ(m_kClient.Call("Root", "GetMode"), "{\"Res\":0}");
         EXPECT_NE(m_kZemora.Output().find("this command is not registred (Root.IsLoadingFinished)"), std::string::npos)
             << m_kZemora.Output();
-    }
 
-    TEST_F(ZemoraE2E, ReleaseRefCountsDown)
-    {
-        StartEngine();
-        for (int i = 0; i < 3; ++i) ASSERT_EQ(m_kClient.Call("Root", "GetRPCSingleton"), "{\"Res\":{\"InstanceID\":0}}");
-        EXPECT_EQ(m_kClient.Call("Root", "ReleaseRef"), "{\"Res\":2}");
-        EXPECT_EQ(m_kClient.Call("Root", "ReleaseRef"), "{\"Res\":1}");
-        EXPECT_EQ(m_kClient.Call("Root", "ReleaseRef"), "{\"Res\":0}");
-        // One release too many is reported and changes nothing; the root stays.
-        EXPECT_EQ(m_kClient.Call("Root", "ReleaseRef"), "{\"Res\":0}");
+        // ReleaseRef counts the client's references down; one too many is reported and
+        // changes nothing, and the root stays.
+        for (int i = 0; i < 2; ++i) ASSERT_EQ(m_kClient.Call("Root", "GetRPCSingleton"), "{\"Res\":{\"InstanceID\":0}}");
+        for (const char* left : {"{\"Res\":2}", "{\"Res\":1}", "{\"Res\":0}", "{\"Res\":0}"})
+            EXPECT_EQ(m_kClient.Call("Root", "ReleaseRef"), left);
         EXPECT_EQ(m_kClient.Call("Root", "GetMode"), "{\"Res\":0}");
     }
 
@@ -355,6 +355,26 @@ namespace
         EXPECT_EQ(client.Call("Root", "GetCustomNodeCount"), "{\"Res\":1}");
         client.Send(Command("Root", "ForceQuit", "", false));
         EXPECT_TRUE(ExitedWith(zemora.WaitForExit(), 0));
+    }
+
+    // The windowed loop, on SDL's display-less video driver: commands arrive through the
+    // SDL wake-up event and a signal ends the loop through SDL's quit event.
+    TEST(ZemoraE2EStart, WindowedLoopAnswersCommandsAndStops)
+    {
+        CZemora zemora;
+        ASSERT_TRUE(zemora.Start({"-rpcport", "0", "-width", "320", "-height", "200"}, true,
+                                 {"DISPLAY=:zemora-test", "SDL_VIDEODRIVER=dummy"}));
+        const int port = zemora.WaitForPort();
+        ASSERT_GT(port, 0) << zemora.Output();
+        EXPECT_NE(zemora.Output().find("[zemora] window 320x200"), std::string::npos) << zemora.Output();
+        CClient client;
+        ASSERT_TRUE(client.Connect(port));
+        for (int i = 0; i < 20; ++i) ASSERT_EQ(client.Call("Root", "KeepAlive"), "{\"Res\":true}") << i;
+        client.Send(Command("Root", "MarkEngineAsDirty", "", false));
+        EXPECT_EQ(client.Call("Root", "GetDropFileList"), "{\"Res\":[]}");
+        zemora.Signal(SIGINT);
+        EXPECT_TRUE(ExitedWith(zemora.WaitForExit(), 0)) << zemora.Output();
+        EXPECT_NE(zemora.Output().find("[zemora] stopping"), std::string::npos);
     }
 
     TEST(ZemoraE2EStart, UsageAndHelp)

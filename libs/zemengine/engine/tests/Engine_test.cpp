@@ -90,18 +90,6 @@ namespace
         EXPECT_STREQ(desc.m_szRpcBindAddress, "0.0.0.0");
     }
 
-    TEST(EngineCommandLine, DefaultsStandWithoutOptions)
-    {
-        EngineInitDesc desc;
-        unsigned int timeout = 9;
-        CEngine::ParseCommandLine(desc, timeout, "");
-        EXPECT_EQ(timeout, 9u);
-        EXPECT_EQ(desc.m_iRpcPort, -1);
-        EXPECT_STREQ(desc.m_szRpcBindAddress, "127.0.0.1");
-        EXPECT_EQ(desc.m_eMode, Mode::None);
-        EXPECT_TRUE(desc.m_bUseDataProvider);
-    }
-
     TEST(EngineCommandLine, BadInput)
     {
         struct Case
