@@ -1,6 +1,5 @@
 #include "zemrenderer/thread/RenderThread.h"
 
-#include <unistd.h>
 
 #include <cstring>
 #include <thread>
@@ -14,6 +13,7 @@
 #include "zemrenderer/thread/LoadingThread.h"
 #include "zemrenderer/thread/ProcessThread.h"
 #include "zemrenderer/thread/RenderThreadWorkers.h"
+#include "zemrenderer/thread/ThreadId.h"
 #include "zemrenderer/thread/WorkerThread.h"
 
 namespace ZemRenderer
@@ -34,8 +34,6 @@ namespace ZemRenderer
         // Loader and processor priority levels (below normal, above normal).
         constexpr int kLoaderPriority = 4;
         constexpr int kProcessorPriority = 2;
-
-        int CurrentThreadId() { return static_cast<int>(gettid()); }
 
         class MutexHold
         {
@@ -237,10 +235,10 @@ namespace ZemRenderer
             CancelAndReleaseOf(worker);
             return false;
         }
-        if (checkAccept && !m_bAcceptWork.load(std::memory_order_seq_cst) && !IsInMyThread())
+        const bool accepted = !checkAccept || m_bAcceptWork.load(std::memory_order_seq_cst) || IsInMyThread();
+        if (!ZEM_ASSERT(accepted, "During release, RenderThread doesn't accept more work from other thread."))
         {
             queue.Abandon(ticket);
-            ZEM_ASSERT(false && "refused", "During release, RenderThread doesn't accept more work from other thread.");
             CancelAndReleaseOf(worker);
             return false;
         }
@@ -260,10 +258,10 @@ namespace ZemRenderer
             CancelAndRelease(worker);
             return false;
         }
-        if (!m_bAcceptWork.load(std::memory_order_seq_cst) && !IsInMyThread())
+        const bool accepted = m_bAcceptWork.load(std::memory_order_seq_cst) || IsInMyThread();
+        if (!ZEM_ASSERT(accepted, "During release, RenderThread doesn't accept more work from other thread."))
         {
             m_kSharedQueue.Abandon(ticket);
-            ZEM_ASSERT(false && "refused", "During release, RenderThread doesn't accept more work from other thread.");
             CancelAndRelease(worker);
             return false;
         }

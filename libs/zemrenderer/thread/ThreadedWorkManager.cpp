@@ -1,11 +1,10 @@
 #include "zemrenderer/thread/ThreadedWorkManager.h"
 
-#include <unistd.h>
-
 #include <utility>
 
 #include "common/system/debug/Log.h"
 #include "zemrenderer/thread/RenderThread.h"
+#include "zemrenderer/thread/ThreadId.h"
 
 namespace ZemRenderer
 {
@@ -57,7 +56,7 @@ namespace ZemRenderer
     bool ThreadedWorkManager::AddWork(WorkerBase<RenderThread>* worker)
     {
         if (!ZEM_ASSERT(worker != nullptr, "Pointer must be non null")) return false;
-        const int threadId = static_cast<int>(gettid());
+        const int threadId = CurrentThreadId();
         m_kMutex.Lock();
         if (QueryThreadPair* pair = FindPair(threadId, false))
         {
@@ -82,7 +81,7 @@ namespace ZemRenderer
 
     void ThreadedWorkManager::SetQuery(const QueryPtr& query)
     {
-        const int threadId = static_cast<int>(gettid());
+        const int threadId = CurrentThreadId();
         QueryPtr previous;
         m_kMutex.Lock();
         QueryThreadPair* pair = FindPair(threadId, true);
