@@ -1,6 +1,5 @@
 #include "zemrenderer/thread/RenderThread.h"
 
-
 #include <cstring>
 #include <thread>
 #include <type_traits>
