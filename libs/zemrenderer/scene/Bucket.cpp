@@ -2,6 +2,13 @@
 
 #include <cstring>
 
+#include "common/system/debug/Log.h"
+#include "common/utils/Hash.h"
+#include "zemrenderer/scene/LOctreeRoot.h"
+#include "zemrenderer/scene/Link.h"
+#include "zemrenderer/scene/LinkWorkers.h"
+#include "zemrenderer/thread/RenderThread.h"
+
 namespace ZemRenderer
 {
     namespace
@@ -12,6 +19,13 @@ namespace ZemRenderer
             std::strncpy(dest, text, Bucket::kNameSize - 1);
             dest[Bucket::kNameSize - 1] = '\0';
         }
+
+        struct MutexHold
+        {
+            explicit MutexHold(Common::CMutex& m) : rMutex(m) { rMutex.Lock(); }
+            ~MutexHold() { rMutex.Unlock(); }
+            Common::CMutex& rMutex;
+        };
     }
 
     Bucket::Bucket(RenderThread* renderThread, const char* name) : m_pRenderThread(renderThread)
@@ -20,5 +34,170 @@ namespace ZemRenderer
         CopyText(m_szPath, ".\\");
     }
 
+    Bucket::~Bucket()
+    {
+        const int count = GetRefCount();
+        if (count != 0) Common::Log("Bucket cleared while refcount == %i\n", count);
+        // Octrees go first: their link libraries give blocks back to the pools below.
+        TArray<LOctreeRoot*> octrees(static_cast<TArray<LOctreeRoot*>&&>(m_aOctrees));
+        for (LOctreeRoot* octree : octrees) MEM_DELETE(octree);
+        for (StringChunk* chunk = m_pFirstChunk; chunk;)
+        {
+            StringChunk* next = chunk->pNext;
+            MEM_FREE(chunk);
+            chunk = next;
+        }
+        if (std::atomic<bool>* done = m_pDoneFlag.load(std::memory_order_acquire))
+            done->store(true, std::memory_order_release);
+    }
+
     void Bucket::SetPath(const char* path) { CopyText(m_szPath, path); }
+
+    // ---------------------------------------------------------------- reference count
+
+    void Bucket::InitReference()
+    {
+        int expected = 0;
+        if (!ZEM_ASSERT(m_refcount.compare_exchange_strong(expected, 1, std::memory_order_acq_rel),
+                        "Can't init reference if bucket already referenced. Call Reference instead."))
+            return;
+        m_bCountOwnsLife.store(true, std::memory_order_release);
+    }
+
+    void Bucket::Reference()
+    {
+        int count = m_refcount.load(std::memory_order_acquire);
+        do
+        {
+            if (!ZEM_ASSERT(count > 0,
+                            "Bucket should be scheduled for destruction : can't add a reference to it know !"))
+                return;
+        } while (!m_refcount.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel));
+    }
+
+    int Bucket::Release()
+    {
+        int count = m_refcount.load(std::memory_order_acquire);
+        do
+        {
+            if (!ZEM_ASSERT(count > 0, "Too much Bucket Release")) return 0;
+        } while (!m_refcount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel));
+        if (count - 1 == 0 && m_bCountOwnsLife.load(std::memory_order_acquire)) ScheduleDeletion();
+        return count - 1;
+    }
+
+    void Bucket::ScheduleDeletion()
+    {
+        // Nothing can still be drawing from a bucket that no render thread knows.
+        if (!m_pRenderThread)
+        {
+            Bucket* self = this;
+            MEM_DELETE(self);
+            return;
+        }
+        m_pRenderThread->AddDeleteBucketWork(this);
+    }
+
+    // ---------------------------------------------------------------- strings
+
+    const char* Bucket::AddString(const char* text)
+    {
+        if (!ZEM_ASSERT(text != nullptr, "Pointer must be non null")) return nullptr;
+        const size_t length = std::strlen(text);
+        if (!ZEM_ASSERT(length < StringChunk::Length - 1, "StringChunk::Length-1")) return nullptr;
+        const unsigned int needed = static_cast<unsigned int>(length) + 1;
+        MutexHold hold(m_kMutex);
+        StringChunk* chunk = m_pLastChunk;
+        if (!chunk || StringChunk::Length - chunk->uiUsed < needed)
+        {
+            chunk = static_cast<StringChunk*>(MEM_ALLOC(sizeof(StringChunk)));
+            if (!ZEM_ASSERT(chunk != nullptr, "No memory left !")) return nullptr;
+            chunk->uiUsed = 0;
+            chunk->pNext = nullptr;
+            if (m_pLastChunk)
+                m_pLastChunk->pNext = chunk;
+            else
+                m_pFirstChunk = chunk;
+            m_pLastChunk = chunk;
+        }
+        char* out = chunk->acData + chunk->uiUsed;
+        std::memcpy(out, text, needed);
+        chunk->uiUsed += needed;
+        return out;
+    }
+
+    unsigned int Bucket::GetStringChunkCount() const
+    {
+        MutexHold hold(const_cast<Common::CMutex&>(m_kMutex));
+        unsigned int count = 0;
+        for (const StringChunk* chunk = m_pFirstChunk; chunk; chunk = chunk->pNext) ++count;
+        return count;
+    }
+
+    // ---------------------------------------------------------------- links and octrees
+
+    Link* Bucket::CreateLink(const char* name, RUserID id) { return Create<Link>(ZEM_LOCATION, this, name, id); }
+
+    void Bucket::DestroyLink(Link* link)
+    {
+        if (!link) return;
+        ZEM_ASSERT(link->GetBucket() == this, "Link %s destroyed by a bucket it does not belong to", link->GetName());
+        MEM_DELETE(link);
+    }
+
+    LOctreeRoot* Bucket::CreateLOctree(float size, unsigned short depth)
+    {
+        LOctreeRoot* octree = Create<LOctreeRoot>(ZEM_LOCATION, this, size, depth);
+        if (!octree) return nullptr;
+        MutexHold hold(m_kMutex);
+        m_aOctrees.Add(octree);
+        return octree;
+    }
+
+    void Bucket::DestroyLOctree(LOctreeRoot* octree)
+    {
+        if (!octree) return;
+        {
+            MutexHold hold(m_kMutex);
+            if (!ZEM_ASSERT(m_aOctrees.RemoveValue(octree), "Octree not made by bucket %s", m_szName)) return;
+        }
+        MEM_DELETE(octree);
+    }
+
+    bool Bucket::AddLinkLoading(Link* link, const char* name, const QueryPtr& query)
+    {
+        if (!ZEM_ASSERT(link != nullptr && name != nullptr, "Pointer must be non null")) return false;
+        link->SetFlags(Link::eLoading);
+        link->SetQuery(query);
+        if (query) query->SetState(Query::eQueued);
+        return LinkLoadWorker::Post(this, link, name, query);
+    }
+
+    Link* Bucket::RetrieveLink(LOctreeRoot* octree, const char* name, QueryPtr* query, Link* link, uint32_t flags)
+    {
+        if (!ZEM_ASSERT(octree != nullptr, "Pointer must be non null")) return nullptr;
+        return octree->GetLinkLibrary().RetrieveLink(this, octree, name, query, link, flags);
+    }
+
+    // ---------------------------------------------------------------- buffer references
+
+    bool Bucket::RegisterBufferReference(const char* name, BufferReference* reference)
+    {
+        if (!ZEM_ASSERT(name != nullptr && name[0] != '\0', "Name must be valid !")) return false;
+        const unsigned int id = GenerateUIntIdFromString(name);
+        MutexHold hold(m_kMutex);
+        if (!ZEM_ASSERT(!m_BufferRefCollection.Contains(id), "BufferReference %s already registered in Bucket %s",
+                        name, m_szName))
+            return false;
+        m_BufferRefCollection.Insert(id, reference);
+        return true;
+    }
+
+    BufferReference* Bucket::FindBufferReference(const char* name)
+    {
+        if (!ZEM_ASSERT(name != nullptr && name[0] != '\0', "Name must be valid !")) return nullptr;
+        const unsigned int id = GenerateUIntIdFromString(name);
+        MutexHold hold(m_kMutex);
+        return m_BufferRefCollection.Find(id);
+    }
 }
