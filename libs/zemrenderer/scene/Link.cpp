@@ -214,6 +214,12 @@ namespace ZemRenderer
         if (!ZEM_ASSERT(!HasFlags(eUserDataRead) || HasFlags(eUnloaded), "Link %s is already loaded : can't serialize it",
                         m_szName))
             return false;
+        // An unreadable stream would be taken for one to write to.
+        if (!stream.IsReadable())
+        {
+            Common::Log("Link %s : nothing to read, the stream is not open for reading.\n", m_szName);
+            return false;
+        }
         const uint32_t before = m_uiFlags;
         ReleaseOwnUserData();
         m_kRenderNode.m_nodes.Clear();
