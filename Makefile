@@ -68,7 +68,7 @@ run: build
 	@echo "zemora: remote commands on 127.0.0.1:$(RUN_PORT). From another terminal:"
 	@echo "  $(BUILD)/bin/zemctl --port $(RUN_PORT) Root GetRPCSingleton"
 	@echo "  $(BUILD)/bin/zemctl --port $(RUN_PORT) Root GetCustomNodeHeaderDesc 0"
-	@echo "Stop it with Ctrl-C."
+	@echo "Stop it with Ctrl-C, or: $(BUILD)/bin/zemctl --port $(RUN_PORT) --no-wait Root ForceQuit"
 	cd $(BUILD)/bin && exec ./zemora -rpcport $(RUN_PORT) -rpcbind 127.0.0.1 -assetsRoot "$(CURDIR)/samples/SampleProject"
 
 clean:

@@ -209,6 +209,10 @@ namespace
             case ZemEngine::FrameStatus::Timeout:
                 return Fail(ExitTimeout, "no reply to %s within %u ms", name.c_str(), options.timeoutMs);
             case ZemEngine::FrameStatus::Closed:
+                // With no reply due, the command was delivered: an engine that ends on it
+                // (ForceQuit) closes before it can echo the goodbye.
+                if (!request.waitAck) return ExitOk;
+                return Fail(ExitNoReply, "the engine closed the connection without replying to %s", name.c_str());
             case ZemEngine::FrameStatus::TooLarge:
                 return Fail(ExitNoReply, "the engine closed the connection without replying to %s", name.c_str());
         }

@@ -57,7 +57,6 @@ namespace ZemEngine
             failures = 0;
             // Replies must never wait for delayed acknowledgements.
             socket->SetNoDelay(true);
-            socket->SetReceiveTimeout(kStopCheckMs);
             m_pHost->ReapConnections(false);
             ConnectionThread* connection = MEM_NEW(ConnectionThread, m_pHost, m_pSocket, socket);
             if (!connection)
@@ -147,16 +146,16 @@ namespace ZemEngine
         m_bStopping.store(true, std::memory_order_release);
         if (m_pHostThread)
         {
-            if (m_pHostThread->IsRunning())
-            {
-                // Accept is woken by a connection of our own; it then sees the flag.
-                const bool anyAddress = std::strcmp(m_szAddress, "0.0.0.0") == 0;
-                Common::TcpSocket waker;
-                waker.Connect(m_iPort, anyAddress ? "127.0.0.1" : m_szAddress);
-                m_pHostThread->Wait();
-            }
+            // Shutting the listener down wakes the blocked accept, which then sees the flag.
+            if (m_pHostThread->m_pSocket) m_pHostThread->m_pSocket->Shutdown();
+            if (m_pHostThread->IsRunning()) m_pHostThread->Wait();
             MEM_DELETE(m_pHostThread);
             m_pHostThread = nullptr;
+        }
+        {
+            // Idle connections block in their receive without a time-out: wake each one.
+            std::lock_guard<std::mutex> lock(m_kConnectionsLock);
+            for (ConnectionThread* connection : m_aConnections) connection->m_pSocket->Shutdown();
         }
         // Connection threads waiting on the main thread are let go.
         if (m_pCommandManager) m_pCommandManager->GetQueue().Close();

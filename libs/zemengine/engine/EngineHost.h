@@ -15,9 +15,6 @@ namespace ZemEngine
     class CEngineHost
     {
     public:
-        // How often an idle connection looks whether the host stops.
-        static constexpr unsigned int kStopCheckMs = 100;
-
         class HostThread : public Common::CThread
         {
         public:
