@@ -92,6 +92,8 @@ namespace ZemRenderer
         DetachFromNode(link);
         link->SetOwner(nullptr);
         Unlock();
+        // An instance that leaves no longer waits for its master.
+        m_kLinkLibrary.ForgetInstance(link);
     }
 
     void LOctreeRoot::UpdateLink(Link* link)

@@ -95,7 +95,8 @@ namespace ZemRenderer
         void SetMainThread(std::thread::id id) { m_kMainThread.store(id, std::memory_order_release); }
         bool IsMainThread() const { return std::this_thread::get_id() == m_kMainThread.load(std::memory_order_acquire); }
 
-        // Immediately, main thread: the link joins or leaves the tree.
+        // Immediately, main thread: the link joins or leaves the tree (and, leaving, stops
+        // waiting for a master of the link library).
         void AddLink(Link* link);
         void RemoveLink(Link* link);
         // Replaces a link of this octree in the tree after it moved; ignores unmoved,

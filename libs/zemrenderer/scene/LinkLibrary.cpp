@@ -175,8 +175,27 @@ namespace ZemRenderer
         }
     }
 
+    void LinkLibrary::ForgetInstance(Link* instance)
+    {
+        m_kMutex.Lock();
+        for (unsigned int i = m_aPending.GetSize(); i-- > 0;)
+        {
+            if (m_aPending[i].pInstance != instance) continue;
+            if (m_aPending[i].spQuery) m_aPending[i].spQuery->SetState(Query::eCancelled);
+            m_aPending.Remove(i);
+        }
+        m_kMutex.Unlock();
+    }
+
     void LinkLibrary::Update(LOctreeRoot* octree)
     {
+        struct Ready
+        {
+            Link* pInstance;
+            Link* pMaster;
+            Query* pQuery;
+        };
+        TArray<Ready> ready;
         m_kMutex.Lock();
         unsigned int kept = 0;
         for (unsigned int i = 0; i < m_aPending.GetSize(); ++i)
@@ -188,13 +207,9 @@ namespace ZemRenderer
                                                             : Query::eDone;
             if (state == Query::eDone)
             {
-                LinkCommand command;
-                command.uiKind = LinkCommand::eCopy;
-                command.pTarget = pending.pInstance;
-                command.pSource = record->pMaster;
-                command.pQuery = pending.spQuery.Get();
-                if (command.pQuery) command.pQuery->AddRef();
-                octree->ExecuteCommand(command);
+                Query* query = pending.spQuery.Get();
+                if (query) query->AddRef();
+                ready.Add(Ready{pending.pInstance, record->pMaster, query});
             }
             else if (state == Query::eCancelled)
             {
@@ -211,6 +226,17 @@ namespace ZemRenderer
         for (auto& entry : m_dFiles)
             if (entry.value->spQuery && entry.value->spQuery->GetState() == Query::eDone) entry.value->spQuery.Reset();
         m_kMutex.Unlock();
+
+        // Outside the lock: dispatching the user data may come back here.
+        for (const Ready& r : ready)
+        {
+            LinkCommand command;
+            command.uiKind = LinkCommand::eCopy;
+            command.pTarget = r.pInstance;
+            command.pSource = r.pMaster;
+            command.pQuery = r.pQuery;
+            octree->ExecuteCommand(command);
+        }
     }
 
     Link* LinkLibrary::FindMaster(const char* name) const

@@ -41,6 +41,9 @@ namespace ZemRenderer
         // master's data; failed ones cancel them.
         void Update(LOctreeRoot* octree);
 
+        // The link no longer waits for a master: its query is cancelled.
+        void ForgetInstance(Link* instance);
+
         Link* FindMaster(const char* name) const;
         unsigned int GetFileCount() const;
         unsigned int GetPendingCount() const;

@@ -13,27 +13,44 @@
 
 namespace ZemRenderer
 {
+    namespace
+    {
+        // A load keeps a counted bucket alive until it ends.
+        bool BeginLoad(Bucket* owner)
+        {
+            owner->AddPending();
+            if (owner->GetRefCount() <= 0) return false;
+            owner->Reference();
+            return true;
+        }
+        void EndLoad(Bucket* owner, bool held)
+        {
+            owner->RemovePending();
+            if (held) owner->Release();
+        }
+    }
+
     // ---------------------------------------------------------------- loading
 
     bool LinkLoadWorker::Post(Bucket* owner, Link* link, const char* name, const QueryPtr& request)
     {
-        owner->AddPending();
+        const bool held = BeginLoad(owner);
         RenderThread* thread = owner->GetRenderThread();
         LoadingThread* loader = thread ? thread->GetLoader() : nullptr;
-        LinkLoadWorker* worker = loader ? New(owner, link, name, request) : nullptr;
+        LinkLoadWorker* worker = loader ? New(owner, link, name, request, held) : nullptr;
         if (!worker)
         {
             Common::Log("No loading thread for link %s\n", name);
             if (request) request->SetState(Query::eCancelled);
-            owner->RemovePending();
+            EndLoad(owner, held);
             return false;
         }
         // A refused worker is cancelled, which gives the count and the query back.
         return loader->AddWork(worker);
     }
 
-    LinkLoadWorker::LinkLoadWorker(Bucket* owner, Link* link, const char* name, const QueryPtr& request)
-        : m_pOwner(owner), m_pLink(link), m_spRequest(request)
+    LinkLoadWorker::LinkLoadWorker(Bucket* owner, Link* link, const char* name, const QueryPtr& request, bool held)
+        : m_pOwner(owner), m_pLink(link), m_spRequest(request), m_bHeld(held)
     {
         std::strncpy(m_szName, name, kNameSize - 1);
     }
@@ -42,7 +59,7 @@ namespace ZemRenderer
     {
         if (!m_pOwner) return;
         if (m_spRequest) m_spRequest->SetState(Query::eCancelled);
-        m_pOwner->RemovePending();
+        EndLoad(m_pOwner, m_bHeld);
         m_pOwner = nullptr;
     }
 
@@ -64,7 +81,7 @@ namespace ZemRenderer
             return true;
         }
         ProcessThread* processor = context ? context->GetProcessor() : nullptr;
-        LinkProcessWorker* next = processor ? LinkProcessWorker::New(m_pOwner, m_pLink, stream, m_spRequest) : nullptr;
+        LinkProcessWorker* next = processor ? LinkProcessWorker::New(m_pOwner, m_pLink, stream, m_spRequest, m_bHeld) : nullptr;
         if (!next)
         {
             MEM_DELETE(stream);
@@ -72,7 +89,7 @@ namespace ZemRenderer
             return true;
         }
         next->spQuery = m_spRequest;
-        // From here the process worker owns the pending count and the stream.
+        // From here the process worker owns the pending count, the reference and the stream.
         m_pOwner = nullptr;
         processor->AddWork(next);
         return true;
@@ -86,7 +103,7 @@ namespace ZemRenderer
         m_bFinished = true;
         MEM_DELETE(m_pStream);
         m_pStream = nullptr;
-        if (m_pOwner) m_pOwner->RemovePending();
+        if (m_pOwner) EndLoad(m_pOwner, m_bHeld);
     }
 
     void LinkProcessWorker::OnCancel()

@@ -17,11 +17,12 @@ namespace ZemRenderer
     public:
         static constexpr unsigned int kNameSize = 2048;
 
-        // Raises the owner's pending count; false (query cancelled) if it cannot be queued.
+        // Raises the owner's pending count, and holds a reference on a counted owner until
+        // the load ends; false (query cancelled) if it cannot be queued.
         static bool Post(Bucket* owner, Link* link, const char* name, const QueryPtr& request);
 
         LinkLoadWorker() = default;
-        LinkLoadWorker(Bucket* owner, Link* link, const char* name, const QueryPtr& request);
+        LinkLoadWorker(Bucket* owner, Link* link, const char* name, const QueryPtr& request, bool held);
         unsigned int GetQueue() const override { return eUpdateQueue; }
         bool DoWork(RenderThread* context) override;
         void OnCancel() override;
@@ -32,6 +33,7 @@ namespace ZemRenderer
         Bucket* m_pOwner = nullptr;
         Link* m_pLink = nullptr;
         QueryPtr m_spRequest;
+        bool m_bHeld = false;
         char m_szName[kNameSize] = {};
     };
 
@@ -40,8 +42,8 @@ namespace ZemRenderer
     {
     public:
         LinkProcessWorker() = default;
-        LinkProcessWorker(Bucket* owner, Link* link, IOSTreamBase* stream, const QueryPtr& request)
-            : m_pOwner(owner), m_pLink(link), m_pStream(stream), m_spRequest(request)
+        LinkProcessWorker(Bucket* owner, Link* link, IOSTreamBase* stream, const QueryPtr& request, bool held)
+            : m_pOwner(owner), m_pLink(link), m_pStream(stream), m_spRequest(request), m_bHeld(held)
         {
         }
         ~LinkProcessWorker();
@@ -56,6 +58,7 @@ namespace ZemRenderer
         Link* m_pLink = nullptr;
         IOSTreamBase* m_pStream = nullptr;
         QueryPtr m_spRequest;
+        bool m_bHeld = false;
         bool m_bFinished = false;
     };
 

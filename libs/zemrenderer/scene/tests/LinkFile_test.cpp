@@ -253,6 +253,34 @@ namespace ZemRenderer::SceneTest
         engine.Stop();
     }
 
+    TEST(LinkFile, ALoadKeepsItsCountedBucketAliveUntilItEnds)
+    {
+        Engine engine;
+        ASSERT_TRUE(engine.IsStarted());
+        TempFile file("link_held");
+        file.Write(SavedLink(false));
+        Bucket* bucket = MEM_NEW(Bucket, engine.Get(), "held");
+        bucket->InitReference();
+        std::atomic<bool> deleted{false};
+        bucket->SetDoneFlag(&deleted);
+        std::atomic<bool> open{false};
+        ASSERT_TRUE(engine.Get()->GetLoader()->AddWork(GateWorker::New(&open)));
+        Link link(nullptr, "held");
+        QueryPtr query(Query::Create());
+        ASSERT_TRUE(bucket->AddLinkLoading(&link, file.Path(), query));
+        EXPECT_EQ(bucket->GetRefCount(), 2);
+        std::thread owner([&] { bucket->Release(); });
+        owner.join();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(deleted.load()) << "the load still holds it";
+        open.store(true);
+        ASSERT_TRUE(query->WaitFinished(5000));
+        EXPECT_EQ(query->GetState(), Query::eDone);
+        EXPECT_TRUE(WaitUntil([&] { return deleted.load(); }));
+        EXPECT_EQ(link.GetNodeCount(), 2u);
+        engine.Stop();
+    }
+
     TEST(LinkLibrary, RetrievingOneFileTwiceReadsItOnceAndSharesItsMaster)
     {
         Engine engine;
@@ -277,6 +305,11 @@ namespace ZemRenderer::SceneTest
         EXPECT_TRUE(a->HasFlags(Link::eInstance | Link::eLoading));
         EXPECT_EQ(library.GetFileCount(), 1u);
         EXPECT_EQ(library.GetPendingCount(), 2u);
+        // An instance that ends while it waits leaves the library.
+        QueryPtr dropped;
+        bucket.DestroyLink(bucket.RetrieveLink(octree, file.Path(), &dropped));
+        EXPECT_EQ(library.GetPendingCount(), 2u);
+        EXPECT_EQ(dropped->GetState(), Query::eCancelled);
         Link* master = library.FindMaster(file.Path());
         ASSERT_NE(master, nullptr);
         EXPECT_TRUE(master->HasFlags(Link::eMaster));
