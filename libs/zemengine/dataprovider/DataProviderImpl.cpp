@@ -208,8 +208,13 @@ namespace DataProvider
         std::snprintf(program, sizeof(program), "%s/%s", folder, DataProviderConfig::kDefaultBinary);
         char port[16];
         std::snprintf(port, sizeof(port), "%u", m_uPort);
-        char output[PATH_MAX];
-        std::snprintf(output, sizeof(output), "%sAssetManagerApp.log", Common::GetLogDirectory());
+        // Its output goes beside the engine's log, or beside the program without one.
+        char output[PATH_MAX + 32];
+        const char* logFolder = Common::GetLogDirectory();
+        if (logFolder && logFolder[0])
+            std::snprintf(output, sizeof(output), "%sAssetManagerApp.log", logFolder);
+        else
+            std::snprintf(output, sizeof(output), "%s/AssetManagerApp.log", folder);
         char* argv[] = {program,         const_cast<char*>("--root"), m_szAssetsRoot, const_cast<char*>("--host"),
                         m_szHost,        const_cast<char*>("--port"), port,           nullptr};
 
@@ -268,7 +273,8 @@ namespace DataProvider
             return false;
         }
         client->Adopt(socket);
-        client->SetTimeout(kGreetingTimeoutMs);
+        client->SetTimeout(m_uReplyTimeoutMs && m_uReplyTimeoutMs < kGreetingTimeoutMs ? m_uReplyTimeoutMs
+                                                                                      : kGreetingTimeoutMs);
         m_pClient = client;
 
         // The greeting tells an asset manager from anything else on that port.
