@@ -10,6 +10,7 @@
 #include "common/system/debug/Log.h"
 #include "common/system/filesystem/FileSystem.h"
 #include "common/system/memorymanager/MemoryManager.h"
+#include "zemengine/dataprovider/EngineDataProvider.h"
 #include "zemengine/engine/EngineNet.h"
 #include "zemengine/plugins/BasePluginManager.h"
 
@@ -333,9 +334,18 @@ namespace ZemEngine
         Common::Mem::MemoryTag tag("EngineInit");
 
         if (m_eMode != Mode::None) LogAbsent("EditorManager");
-        LogAbsent("data provider");
+        // Before the plugins, which are handed it.
+        DataProvider::DataPoviderInterface* dataProvider =
+            DataProvider::CreateEngineDataProvider(desc.m_szDataProviderAddress);
+        if (dataProvider)
+        {
+            RegisterInstance<DataProvider::DataPoviderInterface>(dataProvider);
+            Common::Log("[Engine] data provider %s\n", desc.m_bUseDataProvider ? "with the asset manager"
+                                                                               : "without an asset manager (-nodp)");
+            dataProvider->Init(nullptr, desc.m_bUseDataProvider, desc.m_uDataProviderTimeout);
+        }
 
-        m_pPluginManager = MEM_NEW(BasePluginManager, this, nullptr, static_cast<int>(m_eMode));
+        m_pPluginManager = MEM_NEW(BasePluginManager, this, dataProvider, static_cast<int>(m_eMode));
         if (desc.m_bLoadPlugins && m_pPluginManager) m_pPluginManager->LoadPlugins(GetPluginRoot(m_eMode));
         if (desc.m_pfnAfterPlugins) desc.m_pfnAfterPlugins(m_pPluginManager);
 
@@ -359,6 +369,10 @@ namespace ZemEngine
         m_uiRandomSeed = clock + Common::Math::Rand32();
         Common::Math::SeedRandom(m_uiRandomSeed);
 
+        // No time limit: an engine without its assets has nothing to show. The wait says
+        // once a second what it waits for.
+        if (dataProvider) DataProvider::WaitForDataProvider(dataProvider);
+
         LogAbsent("main viewport \"mainview\"");
         LogAbsent("ZemGui system");
         return true;
@@ -379,6 +393,13 @@ namespace ZemEngine
             m_pPluginManager->~IPluginManager();
             MEM_FREE(block);
             m_pPluginManager = nullptr;
+        }
+
+        // After the plugins, which may use it until they are released.
+        if (DataProvider::DataPoviderInterface* dataProvider = GetRegisteredInstance<DataProvider::DataPoviderInterface>())
+        {
+            UnregisterInstanceByID(GetInstanceTypeID<DataProvider::DataPoviderInterface>(), dataProvider);
+            DataProvider::DestroyEngineDataProvider(dataProvider);
         }
 
         if (m_pEngineNet)
