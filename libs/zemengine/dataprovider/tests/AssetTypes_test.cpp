@@ -297,3 +297,29 @@ namespace
         EXPECT_TRUE(log.Contains("Asset path of 512 characters is too long"));
     }
 }
+
+namespace
+{
+    // The shipped tables parse and give the link engine file its designed cooked name.
+    TEST(AssetTypes, ShippedContent)
+    {
+        const fs::path content = fs::path(__FILE__).parent_path() / "../../../../content";
+        Common::ScopedLogCapture log;
+        CAssetTypeTable table;
+        EXPECT_GE(table.LoadFromRoot(content.c_str()), 1u);
+        EXPECT_FALSE(log.Contains("Assertion")) << log.Text();
+        AssetKeyInfo info;
+        ASSERT_TRUE(table.Describe("Meshes/Box.zef", "", kLinkType, info));
+        EXPECT_TRUE(info.m_bKnownType);
+        EXPECT_STREQ(info.m_szCookedPath, "Meshes/Box_0.zef");
+
+        DataProviderConfig config;
+        const fs::path file = content / "Toolchain/TypesInfos/DataProvider.config";
+        EXPECT_EQ(LoadDataProviderConfig(file.c_str(), config), ConfigStatus::Read);
+        EXPECT_STREQ(config.m_szBinary, "AssetManagerApp");
+        EXPECT_EQ(config.m_uPort, 27674u);
+        // The sample project uses the same files.
+        EXPECT_TRUE(fs::equivalent(content / "Toolchain/TypesInfos",
+                                   content / "../samples/SampleProject/Toolchain/TypesInfos"));
+    }
+}
