@@ -1,0 +1,205 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/system/debug/Log.h"
+#include "zemrenderer/io/IOSTreamMemory.h"
+#include "zemrenderer/loading/LinkLoadTraits.h"
+#include "zemrenderer/loading/tests/LoadingTestKit.h"
+#include "zemrenderer/scene/tests/SceneTestKit.h"
+#include "zemrenderer/thread/LoadingThread.hpp"
+
+namespace ZemRenderer
+{
+    using SceneTest::Engine;
+    using SceneTest::FillLink;
+    using SceneTest::WaitUntil;
+    using LoadingTest::FolderProvider;
+
+    namespace
+    {
+        std::vector<unsigned char> SavedLink()
+        {
+            Bucket bucket(nullptr, "writer");
+            Link link(&bucket, "source");
+            FillLink(link);
+            IOSTreamMemory out;
+            out.OpenToWrite(nullptr);
+            EXPECT_TRUE(link.Save(out));
+            std::vector<unsigned char> bytes;
+            for (const IOSTreamMemory::Block* b = out.GetFirstBlock(); b && bytes.size() < out.GetSize(); b = b->pNext)
+            {
+                const size_t n = std::min(IOSTreamMemory::kBlockSize, out.GetSize() - bytes.size());
+                bytes.insert(bytes.end(), b->aData, b->aData + n);
+            }
+            return bytes;
+        }
+
+        // What the requester's callback saw.
+        struct Landing
+        {
+            RenderThread* pThread = nullptr;
+            std::atomic<int> iCalls{0};
+            std::atomic<bool> bLoaded{false};
+            std::atomic<bool> bOnRenderThread{false};
+            std::atomic<unsigned int> uNodes{0};
+            std::atomic<int> iPendingSeen{-1};
+            Bucket* pOwner = nullptr;
+
+            static void OnLoaded(Link* link, bool loaded, void* user)
+            {
+                Landing* self = static_cast<Landing*>(user);
+                self->bLoaded = loaded;
+                self->bOnRenderThread = self->pThread && self->pThread->IsInMyThread();
+                self->uNodes = link->GetNodeCount();
+                if (self->pOwner) self->iPendingSeen = self->pOwner->GetPendingCount();
+                self->iCalls.fetch_add(1);
+            }
+            bool Wait() { return WaitUntil([&] { return iCalls.load() > 0; }); }
+        };
+
+        std::string QueryName(const DataProvider::AssetQuery& query) { return query.m_szFilePath; }
+    }
+
+    TEST(Loaders, ALinkByNameGoesTheWholeRoadAndLandsOnTheRenderThread)
+    {
+        FolderProvider provider;
+        const std::vector<unsigned char> file = SavedLink();
+        provider.Write("links/tower.zef", file.data(), file.size());
+        Engine engine;
+        ASSERT_TRUE(engine.IsStarted());
+        Bucket bucket(engine.Get(), "level");
+        Link* link = bucket.CreateLink("tower");
+        Landing landing;
+        landing.pThread = engine.Get();
+        landing.pOwner = &bucket;
+        QueryPtr query(Query::Create());
+        {
+            std::string name = "links/tower.zef";
+            ASSERT_TRUE(engine.Get()->GetLoader()->AddLoaderWork(link, name.c_str(), &bucket, false, query,
+                                                                 &Landing::OnLoaded, &landing));
+            name.assign(name.size(), 'x');  // the request keeps its own copy of the name
+        }
+        ASSERT_TRUE(landing.Wait());
+        EXPECT_TRUE(landing.bLoaded);
+        EXPECT_TRUE(landing.bOnRenderThread);
+        EXPECT_EQ(landing.uNodes.load(), 2u);
+        EXPECT_EQ(landing.iPendingSeen.load(), 1) << "the object lands before its owner counts it loaded";
+        EXPECT_EQ(query->GetState(), Query::eDone);
+        EXPECT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
+        EXPECT_EQ(landing.iCalls.load(), 1);
+        ASSERT_NE(link->FindUserData(UserDataTag::MESH), nullptr);
+
+        // The provider was told ahead, then asked, in the engine's terms.
+        const auto prefetched = provider.Prefetched();
+        const auto queries = provider.Queries();
+        ASSERT_EQ(prefetched.size(), 1u);
+        ASSERT_EQ(queries.size(), 1u);
+        for (const auto& q : {prefetched[0], queries[0]})
+        {
+            EXPECT_STREQ(q.m_szPlatform, "PC");
+            EXPECT_EQ(q.m_uTypeId, Link::GetStaticClassId());
+            EXPECT_EQ(QueryName(q), "links/tower.zef");
+        }
+        bucket.DestroyLink(link);
+        engine.Stop();
+    }
+
+    TEST(Loaders, LoadsThatCannotEndWellEndInStateFourWithTheirMessage)
+    {
+        struct Case
+        {
+            const char* label;
+            const char* name;
+            bool pathOnMiss;
+            bool alwaysFound;
+            bool closing;
+            const char* file;  // content written under the name, or null
+            std::string expected;
+            const char* absent;
+        };
+        FolderProvider provider;
+        const std::vector<Case> cases = {
+            {"missing, provider gives no path", "links/none.zef", false, false, false, nullptr,
+             "File not found: \"links/none.zef\" \n", nullptr},
+            {"missing, provider names the file", "links/none.zef", true, false, false, nullptr,
+             "File not found: \"" + provider.PathOf("links/none.zef") + "\" \n", nullptr},
+            {"found but unreadable", "links/gone.zef", true, true, false, nullptr,
+             "File not found 2: \"" + provider.PathOf("links/gone.zef") + "\"\n", nullptr},
+            {"not a link file", "links/junk.zef", false, false, false, "not a link at all", "Failed to process\n",
+             nullptr},
+            {"owner closing, file there", "links/ok.zef", false, false, true, "", "", "File not found"},
+        };
+        const std::vector<unsigned char> good = SavedLink();
+        Engine engine;
+        ASSERT_TRUE(engine.IsStarted());
+        for (const Case& c : cases)
+        {
+            SCOPED_TRACE(c.label);
+            provider.SetPathOnMiss(c.pathOnMiss);
+            provider.SetAlwaysFound(c.alwaysFound);
+            if (c.file && *c.file) provider.Write(c.name, c.file, std::strlen(c.file));
+            if (c.file && !*c.file) provider.Write(c.name, good.data(), good.size());
+            Bucket bucket(engine.Get(), "faults");
+            if (c.closing) bucket.SetClosing();
+            Link* link = bucket.CreateLink("victim");
+            Landing landing;
+            QueryPtr query(Query::Create());
+            Common::ScopedLogCapture capture;
+            ASSERT_TRUE(
+                engine.Get()->GetLoader()->AddLoaderWork(link, c.name, &bucket, false, query, &Landing::OnLoaded, &landing));
+            ASSERT_TRUE(landing.Wait());
+            EXPECT_FALSE(landing.bLoaded);
+            EXPECT_EQ(query->GetState(), Query::eCancelled);
+            if (!c.expected.empty())
+            {
+                EXPECT_TRUE(capture.Contains(c.expected.c_str())) << capture.Text();
+            }
+            if (c.absent)
+            {
+                EXPECT_FALSE(capture.Contains(c.absent));
+            }
+            EXPECT_EQ(link->GetNodeCount(), 0u);
+            EXPECT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
+            EXPECT_EQ(landing.iCalls.load(), 1);
+            bucket.DestroyLink(link);
+        }
+        engine.Stop();
+    }
+
+    TEST(Loaders, RequestsWithoutOwnerOrProviderAreRefusedOrReportedByName)
+    {
+        Engine engine;
+        ASSERT_TRUE(engine.IsStarted());
+        Bucket bucket(engine.Get(), "b");
+        Link* link = bucket.CreateLink("l");
+        {
+            Common::ScopedLogCapture capture;
+            QueryPtr query(Query::Create());
+            Landing landing;
+            EXPECT_FALSE(engine.Get()->GetLoader()->AddLoaderWork(link, "a.zef", nullptr, false, query,
+                                                                  &Landing::OnLoaded, &landing));
+            EXPECT_TRUE(capture.Contains("you have to provide a bucket for loading!!"));
+            EXPECT_EQ(query->GetState(), Query::eCancelled);
+            EXPECT_EQ(landing.iCalls.load(), 1);
+            EXPECT_FALSE(landing.bLoaded);
+        }
+        {
+            ASSERT_EQ(DataProvider::GetDataProvider(), nullptr);
+            Common::ScopedLogCapture capture;
+            QueryPtr query(Query::Create());
+            ASSERT_TRUE(engine.Get()->GetLoader()->AddLoaderWork(link, "nobody/serves.zef", &bucket, false, query));
+            ASSERT_TRUE(query->WaitFinished(5000));
+            EXPECT_EQ(query->GetState(), Query::eCancelled);
+            EXPECT_TRUE(capture.Contains("DataProvider is not instanciated !!!"));
+            EXPECT_TRUE(capture.Contains("File not found: \"nobody/serves.zef\" \n"));
+            EXPECT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
+        }
+        bucket.DestroyLink(link);
+        engine.Stop();
+    }
+}
