@@ -201,10 +201,6 @@ namespace DataProvider
                 Common::Log("[AM] Cooked %s -> %s (%lld bytes)\n", path, info.m_szCookedPath,
                             static_cast<long long>(from.st_size));
             }
-            else
-            {
-                Common::Log("[AM] Up to date: %s -> %s\n", path, info.m_szCookedPath);
-            }
             bool listed = false;
             for (const Common::String& text : m_aCooked)
                 if (text == info.m_szKeyText) listed = true;
