@@ -50,12 +50,11 @@ namespace ZemRenderer
             buffer.ClearAndFree();
         }
         // The links themselves belong to their buckets.
-        for (TreeNode& node : m_aTreeNodes)
-            for (Link* link : node.aLinks)
-            {
-                link->ClearFlags(Link::eInTree);
-                link->SetOwner(nullptr);
-            }
+        for (Link* link : m_aMembers)
+        {
+            link->ClearFlags(Link::eInTree);
+            link->m_pOwner = nullptr;
+        }
     }
 
     unsigned int LOctreeRoot::Allocate()
@@ -75,14 +74,36 @@ namespace ZemRenderer
     {
         if (!ZEM_ASSERT(link != nullptr, "Pointer must be non null")) return;
         Lock();
-        if (ZEM_ASSERT(!link->GetOwner() || link->GetOwner() == this, "Link %s already stands in another octree",
-                       link->GetName()))
+        if (Adopt(link))
         {
-            link->SetOwner(this);
             link->SetFlags(Link::ePositionChanged | Link::eBoundsChanged);
             UpdateLink(link);
         }
         Unlock();
+    }
+
+    bool LOctreeRoot::Adopt(Link* link)
+    {
+        if (!link) return false;
+        Lock();
+        const bool ok = link->m_pOwner == this ||
+                        ZEM_ASSERT(link->m_pOwner == nullptr, "Link %s already stands in another octree", link->GetName());
+        if (ok && link->m_pOwner != this)
+        {
+            link->m_pOwner = this;
+            link->m_uiOwnerSlot = m_aMembers.GetSize();
+            m_aMembers.Add(link);
+        }
+        Unlock();
+        return ok;
+    }
+
+    unsigned int LOctreeRoot::GetLinkCount() const
+    {
+        Lock();
+        const unsigned int count = m_aMembers.GetSize();
+        Unlock();
+        return count;
     }
 
     void LOctreeRoot::RemoveLink(Link* link)
@@ -90,7 +111,13 @@ namespace ZemRenderer
         if (!link || link->GetOwner() != this) return;
         Lock();
         DetachFromNode(link);
-        link->SetOwner(nullptr);
+        // The last member takes the leaving one's slot.
+        const unsigned int slot = link->m_uiOwnerSlot;
+        Link* last = m_aMembers.GetLast();
+        m_aMembers[slot] = last;
+        last->m_uiOwnerSlot = slot;
+        m_aMembers.RemoveLast();
+        link->m_pOwner = nullptr;
         Unlock();
         // An instance that leaves no longer waits for its master.
         m_kLinkLibrary.ForgetInstance(link);
@@ -361,7 +388,7 @@ namespace ZemRenderer
         target->CopyDataFrom(*source);
         target->ClearFlags(Link::eLoading | Link::eUnloaded | Link::eInstance);
         target->SetFlags(Link::eUserDataRead | Link::eBoundsChanged);
-        if (!target->GetOwner()) target->SetOwner(this);
+        if (!target->GetOwner()) Adopt(target);
         if (target->GetOwner() == this) UpdateLink(target);
         target->DispatchUserData();
     }

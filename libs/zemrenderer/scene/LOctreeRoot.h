@@ -99,6 +99,10 @@ namespace ZemRenderer
         // waiting for a master of the link library).
         void AddLink(Link* link);
         void RemoveLink(Link* link);
+        // Makes this octree the link's owner without placing it; any thread. False if
+        // another octree owns it.
+        bool Adopt(Link* link);
+        unsigned int GetLinkCount() const;
         // Replaces a link of this octree in the tree after it moved; ignores unmoved,
         // loading and master links.
         void UpdateLink(Link* link);
@@ -157,9 +161,11 @@ namespace ZemRenderer
         bool m_bExecuting = false;
         std::atomic<std::thread::id> m_kMainThread;
 
+        // Every link this octree owns, placed or not, so that none is left pointing here.
+        TArray<Link*> m_aMembers;
         TArray<TreeNode> m_aTreeNodes;
         int64_t m_iRootHalf = 0;
         unsigned short m_usMaxDepth = 0;
-        LinkLibrary m_kLinkLibrary{this};
+        LinkLibrary m_kLinkLibrary;
     };
 }

@@ -86,7 +86,6 @@ namespace ZemRenderer
         uint32_t GetField() const { return (m_uiFlags & eFieldMask) >> kFieldShift; }
 
         LOctreeRoot* GetOwner() const { return m_pOwner; }
-        void SetOwner(LOctreeRoot* owner) { m_pOwner = owner; }
         uint32_t GetTreeIndex() const { return m_uiTreeIndex; }
         void SetTreeIndex(uint32_t index) { m_uiTreeIndex = index; }
         uint32_t GetAnimationId() const { return m_uiAnimationId; }
@@ -132,6 +131,8 @@ namespace ZemRenderer
         bool Walk();
 
     private:
+        friend class LOctreeRoot;
+
         void ReleaseOwnUserData();
         bool AdoptReadUserData();
 
@@ -141,6 +142,8 @@ namespace ZemRenderer
         RenderNode m_kRenderNode;
         uint32_t m_uiAnimationId = kNoAnimation;
         LOctreeRoot* m_pOwner = nullptr;
+        // Where the owner lists this link.
+        uint32_t m_uiOwnerSlot = 0;
         uint32_t m_uiTreeIndex = 0;
         uint32_t m_uiFlags = kNewLinkFlags;
         int32_t m_iAnimationSlot = -1;

@@ -21,7 +21,6 @@ namespace ZemRenderer
         for (Pending& pending : m_aPending)
         {
             if (pending.spQuery) pending.spQuery->SetState(Query::eCancelled);
-            if (m_pOctree && pending.pInstance->GetOwner() == m_pOctree) pending.pInstance->SetOwner(nullptr);
         }
         m_aPending.Clear();
         for (auto& entry : m_dFiles)
@@ -62,7 +61,7 @@ namespace ZemRenderer
             link->SetFlags(Link::eInstance);
         }
         link->SetFlags(flags | Link::eLoading);
-        if (!link->GetOwner()) link->SetOwner(octree);
+        if (!link->GetOwner()) octree->Adopt(link);
         QueryPtr instanceQuery(Query::Create());
         if (instanceQuery) instanceQuery->SetState(Query::eQueued);
 

@@ -18,9 +18,8 @@ namespace ZemRenderer
     class LinkLibrary
     {
     public:
-        explicit LinkLibrary(LOctreeRoot* octree = nullptr) : m_pOctree(octree) {}
-        // Destroys the masters; instances still waiting for one get their query cancelled
-        // and leave the octree.
+        LinkLibrary() = default;
+        // Destroys the masters; instances still waiting for one get their query cancelled.
         ~LinkLibrary();
         LinkLibrary(const LinkLibrary&) = delete;
         LinkLibrary& operator=(const LinkLibrary&) = delete;
@@ -65,7 +64,6 @@ namespace ZemRenderer
         void CancelPendingOf(unsigned int hash);
         static void DestroyMaster(Link* master);
 
-        LOctreeRoot* m_pOctree;
         mutable Common::CMutex m_kMutex;
         TMap<unsigned int, Record*> m_dFiles;
         TArray<Pending> m_aPending;

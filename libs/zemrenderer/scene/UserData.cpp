@@ -78,6 +78,8 @@ namespace ZemRenderer
         uint32_t size = m_uiSize;
         s.Serialize(size);
         if (m.HasFailed()) return;
+        if (!s.IsReading() && m_uiSize && !m_pBuffer)
+            return m.Fail("User data %08X of %u bytes has no buffer: can't write it.", m_uiTag, m_uiSize);
         if (s.IsLoading())
         {
             if (m_pBuffer && size != m_uiSize) return m.Fail("Serialize same user data on different stream ???");

@@ -277,4 +277,23 @@ namespace ZemRenderer::SceneTest
         s.bucket.DestroyLink(other);
         EXPECT_TRUE(s.octree->GetTreeNode(0)->aLinks.IsEmpty());
     }
+
+    TEST(LOctreeRoot, LinksThatOutliveTheirOctreeAreLetGo)
+    {
+        Bucket bucket(nullptr, "outlive");
+        Link* loading = bucket.CreateLink("loading");
+        loading->SetFlags(Link::eLoading);
+        Link* placed = bucket.CreateLink("placed");
+        LOctreeRoot* octree = bucket.CreateLOctree(10.0f, 2);
+        octree->AddLink(loading);
+        octree->AddLink(placed);
+        EXPECT_EQ(octree->GetLinkCount(), 2u);
+        EXPECT_TRUE(placed->HasFlags(Link::eInTree));
+        bucket.DestroyLOctree(octree);
+        EXPECT_EQ(loading->GetOwner(), nullptr);
+        EXPECT_EQ(placed->GetOwner(), nullptr);
+        EXPECT_FALSE(placed->HasFlags(Link::eInTree));
+        bucket.DestroyLink(loading);
+        bucket.DestroyLink(placed);
+    }
 }
