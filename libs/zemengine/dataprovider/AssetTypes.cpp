@@ -43,9 +43,10 @@ namespace DataProvider
             using ZemEngine::Json::FindMember;
             if (!ZEM_ASSERT(object.IsObject(), "%s: entry %u is not an object", fileName, index)) return false;
             const ZemEngine::Json::Value* name = FindMember(object, "Name");
-            if (!ZEM_ASSERT(name && name->IsString() && name->GetStringLength() < AssetExtension::kNameSize,
-                            "%s: entry %u needs \"Name\", a text under %zu characters", fileName, index,
-                            AssetExtension::kNameSize))
+            if (!ZEM_ASSERT(name && name->IsString() && name->GetStringLength() > 0 &&
+                                name->GetStringLength() < AssetExtension::kNameSize,
+                            "%s: entry %u needs \"Name\", a text of 1 to %zu characters", fileName, index,
+                            AssetExtension::kNameSize - 1))
                 return false;
             std::memcpy(base.m_szName, name->GetString(), name->GetStringLength() + 1);
 
