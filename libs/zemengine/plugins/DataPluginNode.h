@@ -9,10 +9,15 @@
 //   CustomNodeDesc& GetDesc();                   the plugin's one description record
 // and, when its data can be not ready, the thread that may touch the collection's links:
 //   ZemRenderer::RenderThread* GetRenderThread(Collection*);
+// and, when the node marks its links, the tag of its user-data record and the type of
+// one element of it:
+//   static constexpr uint32_t kUserDataTag;  typedef ... LinkElement;
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
 #include "zemengine/plugins/CustomNodeDesc.h"
 #include "zemengine/plugins/PluginNode.h"
+#include "zemrenderer/scene/Link.h"
+#include "zemrenderer/scene/UserData.h"
 #include "zemrenderer/thread/GenericWorker.h"
 #include "zemrenderer/thread/RenderThread.h"
 
@@ -47,8 +52,20 @@ namespace ZemEngine
         {
             if (T::IsDataReady(data, collection))
             {
-                // The per-link user-data record joins here once links carry user data.
-                T::BuildData(link, collection, data, nullptr, transitionEngine);
+                // The record says the link already is such a node: it is added once.
+                void* userData = nullptr;
+                if constexpr (requires { T::kUserDataTag; })
+                {
+                    if (link)
+                    {
+                        ZemRenderer::UserData* record = link->FindUserData(T::kUserDataTag);
+                        if (!record)
+                            record = ZemRenderer::UserDataHelper::Add(link, nullptr, T::kUserDataTag,
+                                                                      typename T::LinkElement{});
+                        if (record) userData = ZemRenderer::UserDataHelper::GetElements(record);
+                    }
+                }
+                T::BuildData(link, collection, data, userData, transitionEngine);
                 return;
             }
             ZemRenderer::RenderThread* renderThread = nullptr;

@@ -70,8 +70,8 @@ namespace Plugin
     void GuiProjectNode::BuildData(ZemRenderer::Link* link, ZemEngine::Collection*, const GuiProjectData& data, void*,
                                    ZemAnim::TransitionEngine*)
     {
-        // The "GPRO" mark on the link and the opacity behaviour on the transition engine
-        // join here with scene links and animation. The first link wins.
+        // The opacity behaviour on the transition engine joins here with animation. The
+        // first link wins.
         if (data.m_pRpcNode && link)
             if (RPC::CGuiProjectNodeBuilder* builder = RPC::CGuiProjectNodeBuilder::GetInstance())
                 builder->AttachLink(data, link);

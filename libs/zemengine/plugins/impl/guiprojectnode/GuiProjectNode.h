@@ -20,6 +20,10 @@ namespace Plugin
         // Reads "ProjectPath"."ElementId" and binds the remote node of that key. Always
         // accepts.
         static bool ParseData(const ZemEngine::Json::Value& json, GuiProjectData& out);
+        // Its links carry a "GPRO" record of one-byte elements.
+        static constexpr uint32_t kUserDataTag = ZemRenderer::UserDataTag::GPRO;
+        typedef unsigned char LinkElement;
+
         static bool IsDataReady(const GuiProjectData&, ZemEngine::Collection*) { return true; }
         static void BuildData(ZemRenderer::Link* link, ZemEngine::Collection* collection, const GuiProjectData& data,
                               void* userData, ZemAnim::TransitionEngine* transitionEngine);

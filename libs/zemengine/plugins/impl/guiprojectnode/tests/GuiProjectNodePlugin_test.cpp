@@ -3,11 +3,16 @@
 // which writes to standard output like the host's, so the tests read standard output.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
+
 #include <dlfcn.h>
 
 #include <string>
 
 #include "common/system/memorymanager/MemoryManager.h"
+#include "zemrenderer/scene/Link.h"
+#include "zemrenderer/scene/UserData.h"
 #include "zemengine/core/commandmanager/CommandManager.h"
 #include "zemengine/engine/Engine.h"
 #include "zemengine/engine/EngineNet.h"
@@ -59,7 +64,20 @@ namespace
         return node->GetElementKey().c_str();
     }
 
-    ZemRenderer::Link* FakeLink(uintptr_t n) { return reinterpret_cast<ZemRenderer::Link*>(n * 64); }
+    // Real links, one per number, living as long as the test program: builds mark them.
+    ZemRenderer::Link* FakeLink(int n)
+    {
+        static std::map<int, std::unique_ptr<ZemRenderer::Link>> s_kLinks;
+        std::unique_ptr<ZemRenderer::Link>& link = s_kLinks[n];
+        if (!link) link = std::make_unique<ZemRenderer::Link>(nullptr, "node link");
+        return link.get();
+    }
+
+    uint32_t GproCount(ZemRenderer::Link* link)
+    {
+        ZemRenderer::UserData* record = link->FindUserData(ZemRenderer::UserDataTag::GPRO);
+        return record ? ZemRenderer::UserDataHelper::GetCount(record) : 0;
+    }
 
     class GuiPluginTest : public ::testing::Test
     {
@@ -219,6 +237,11 @@ TEST_F(GuiPluginTest, NodeDataBindsTheRemoteNodeAndLetsGoOfAReleasedOne)
     node->BuildFromData(FakeLink(1), nullptr, data, nullptr);
     node->Build(FakeLink(2), nullptr, Parse("{\"ProjectPath\":{\"ElementId\":\"k3\"}}"), nullptr);
     EXPECT_EQ(LinkOf(data->m_pRpcNode), FakeLink(1));
+    // Each built link carries the node's mark once, however often it is built.
+    node->BuildFromData(FakeLink(1), nullptr, data, nullptr);
+    EXPECT_EQ(GproCount(FakeLink(1)), 1u);
+    EXPECT_EQ(GproCount(FakeLink(2)), 1u);
+    EXPECT_EQ(FakeLink(1)->FindUserData(ZemRenderer::UserDataTag::GPRO)->m_uiSize, 9u);
 
     // Without a key, no remote node; the build still goes through.
     for (const char* json : {"{}", "{\"ProjectPath\":{\"ElementId\":null}}", "{\"ProjectPath\":3}"})
