@@ -202,4 +202,96 @@ namespace ZemRenderer
         bucket.DestroyLink(link);
         engine.Stop();
     }
+
+    namespace
+    {
+        // Holds the loading thread until opened, so that what follows is one batch.
+        class GateWorker : public PooledWorker<GateWorker, RenderThread>
+        {
+        public:
+            GateWorker() = default;
+            explicit GateWorker(std::atomic<bool>* open) : m_pOpen(open) {}
+            unsigned int GetQueue() const override { return eUpdateQueue; }
+            bool DoWork(RenderThread*) override
+            {
+                while (!m_pOpen->load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                return true;
+            }
+
+        private:
+            std::atomic<bool>* m_pOpen = nullptr;
+        };
+    }
+
+    TEST(Loaders, ABatchIsAnnouncedToTheProviderBeforeItsFirstResolve)
+    {
+        FolderProvider provider;
+        const std::vector<unsigned char> file = SavedLink();
+        const char* names[] = {"a.zef", "b.zef", "c.zef"};
+        for (const char* name : names) provider.Write(name, file.data(), file.size());
+        Engine engine;
+        ASSERT_TRUE(engine.IsStarted());
+        Bucket bucket(engine.Get(), "batch");
+        std::atomic<bool> open{false};
+        ASSERT_TRUE(engine.Get()->GetLoader()->AddWork(GateWorker::New(&open)));
+        std::vector<Link*> links;
+        std::vector<QueryPtr> queries;
+        for (const char* name : names)
+        {
+            links.push_back(bucket.CreateLink(name));
+            queries.emplace_back(Query::Create());
+            ASSERT_TRUE(engine.Get()->GetLoader()->AddLoaderWork(links.back(), name, &bucket, false, queries.back()));
+            EXPECT_EQ(queries.back()->GetState(), Query::eQueued);
+        }
+        EXPECT_EQ(bucket.GetPendingCount(), 3);
+        open.store(true);
+        for (const QueryPtr& query : queries)
+        {
+            ASSERT_TRUE(query->WaitFinished(5000));
+            EXPECT_EQ(query->GetState(), Query::eDone);
+        }
+        EXPECT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
+        const std::vector<std::string> expected = {"prefetch a.zef", "prefetch b.zef", "prefetch c.zef",
+                                                   "resolve a.zef",  "resolve b.zef",  "resolve c.zef"};
+        EXPECT_EQ(provider.Events(), expected);
+        for (Link* link : links)
+        {
+            EXPECT_EQ(link->GetNodeCount(), 2u);
+            bucket.DestroyLink(link);
+        }
+        engine.Stop();
+    }
+
+    TEST(Loaders, ALoadHoldsItsCountedOwnerAndDropsItsWorkWhenTheOwnerCloses)
+    {
+        FolderProvider provider;
+        const std::vector<unsigned char> file = SavedLink();
+        provider.Write("held.zef", file.data(), file.size());
+        Engine engine;
+        ASSERT_TRUE(engine.IsStarted());
+        Bucket* bucket = MEM_NEW(Bucket, engine.Get(), "counted");
+        bucket->InitReference();
+        std::atomic<bool> deleted{false};
+        bucket->SetDoneFlag(&deleted);
+        std::atomic<bool> open{false};
+        ASSERT_TRUE(engine.Get()->GetLoader()->AddWork(GateWorker::New(&open)));
+        Link link(nullptr, "held");
+        Landing landing;
+        QueryPtr query(Query::Create());
+        ASSERT_TRUE(engine.Get()->GetLoader()->AddLoaderWork(&link, "held.zef", bucket, false, query,
+                                                             &Landing::OnLoaded, &landing));
+        EXPECT_EQ(bucket->GetRefCount(), 2);
+        // The owner lets go and closes while the load waits in the queue.
+        bucket->SetClosing();
+        bucket->Release();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(deleted.load()) << "the load still holds it";
+        open.store(true);
+        ASSERT_TRUE(landing.Wait());
+        EXPECT_FALSE(landing.bLoaded);
+        EXPECT_EQ(query->GetState(), Query::eCancelled);
+        EXPECT_EQ(link.GetNodeCount(), 0u);
+        EXPECT_TRUE(WaitUntil([&] { return deleted.load(); })) << "the load's end let the bucket go";
+        engine.Stop();
+    }
 }

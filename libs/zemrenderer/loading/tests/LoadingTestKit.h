@@ -40,6 +40,7 @@ namespace ZemRenderer::LoadingTest
         {
             std::lock_guard<std::mutex> lock(m_kMutex);
             m_aQueries.push_back(query);
+            m_aEvents.push_back(std::string("resolve ") + query.m_szFilePath);
             result = DataProvider::AssetResult();
             const std::string path = m_sRoot + "/" + query.m_szFilePath;
             struct stat info;
@@ -53,6 +54,7 @@ namespace ZemRenderer::LoadingTest
         {
             std::lock_guard<std::mutex> lock(m_kMutex);
             m_aPrefetched.push_back(query);
+            m_aEvents.push_back(std::string("prefetch ") + query.m_szFilePath);
         }
         bool ListAssets(const char* platform, const char* filter, TArray<Common::String>& out) override
         {
@@ -87,6 +89,12 @@ namespace ZemRenderer::LoadingTest
             std::lock_guard<std::mutex> lock(m_kMutex);
             return m_aQueries;
         }
+        // "prefetch NAME" and "resolve NAME", in the order they came.
+        std::vector<std::string> Events()
+        {
+            std::lock_guard<std::mutex> lock(m_kMutex);
+            return m_aEvents;
+        }
         std::vector<DataProvider::AssetQuery> Prefetched()
         {
             std::lock_guard<std::mutex> lock(m_kMutex);
@@ -106,5 +114,6 @@ namespace ZemRenderer::LoadingTest
         std::mutex m_kMutex;
         std::vector<DataProvider::AssetQuery> m_aQueries;
         std::vector<DataProvider::AssetQuery> m_aPrefetched;
+        std::vector<std::string> m_aEvents;
     };
 }
