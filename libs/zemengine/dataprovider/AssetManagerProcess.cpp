@@ -42,7 +42,8 @@ namespace DataProvider
         {
             char path[64];
             char stat[512];
-            std::snprintf(path, sizeof(path), "/proc/%s/stat", pid);
+            if (std::strlen(pid) > 32) return false;
+            std::snprintf(path, sizeof(path), "/proc/%.32s/stat", pid);
             if (ReadSmallFile(path, stat, sizeof(stat)) <= 0) return false;
             // "pid (comm) S ...": the short name may itself hold parentheses.
             const char* open = std::strchr(stat, '(');
@@ -50,11 +51,13 @@ namespace DataProvider
             if (!open || !close || close < open || close[1] != ' ' || close[2] == 'Z' || close[2] == 'X') return false;
 
             char cmdline[4096];
-            std::snprintf(path, sizeof(path), "/proc/%s/cmdline", pid);
+            std::snprintf(path, sizeof(path), "/proc/%.32s/cmdline", pid);
             if (ReadSmallFile(path, cmdline, sizeof(cmdline)) > 0 && cmdline[0])
             {
                 const char* slash = std::strrchr(cmdline, '/');
-                std::snprintf(name, size, "%s", slash ? slash + 1 : cmdline);
+                // A name that does not fit is no name we look for.
+                const int n = std::snprintf(name, size, "%s", slash ? slash + 1 : cmdline);
+                if (n < 0 || static_cast<size_t>(n) >= size) name[0] = '\0';
                 return true;
             }
             std::snprintf(name, size, "%.*s", static_cast<int>(close - open - 1), open + 1);

@@ -227,7 +227,13 @@ namespace DataProvider
         out.m_bKnownType = type != nullptr;
         if (!out.m_bKnownType) Common::Log("DataProvider : Couldn't compute type for %s\n", path);
         const char* outputExt = type && !type->m_kOutputExt.empty() ? type->m_kOutputExt.c_str() : sourceExt;
-        std::snprintf(out.m_szOutputExt, sizeof(out.m_szOutputExt), "%s", outputExt);
+        const int extLength = std::snprintf(out.m_szOutputExt, sizeof(out.m_szOutputExt), "%s", outputExt);
+        if (!ZEM_ASSERT(extLength >= 0 && static_cast<size_t>(extLength) < sizeof(out.m_szOutputExt),
+                        "Extension of %s is too long", path))
+        {
+            out = AssetKeyInfo();
+            return false;
+        }
 
         // The key names the cooked asset: the path with its output extension, lower-case.
         char keyPath[AssetKeyInfo::kPathSize];
