@@ -294,4 +294,30 @@ namespace ZemRenderer
         EXPECT_TRUE(WaitUntil([&] { return deleted.load(); })) << "the load's end let the bucket go";
         engine.Stop();
     }
+
+    TEST(Loaders, EveryLoadInFlightWhenTheEngineStopsIsToldOnce)
+    {
+        FolderProvider provider;
+        const std::vector<unsigned char> file = SavedLink();
+        provider.Write("s.zef", file.data(), file.size());
+        constexpr int kLoads = 200;
+        Landing landing;
+        {
+            std::vector<Link*> links;
+            Engine engine;
+            ASSERT_TRUE(engine.IsStarted());
+            Bucket bucket(engine.Get(), "stopping");
+            for (int i = 0; i < kLoads; ++i)
+            {
+                links.push_back(MEM_NEW(Link, nullptr, "s"));
+                engine.Get()->GetLoader()->AddLoaderWork(links.back(), i % 2 ? "s.zef" : "none.zef", &bucket, false,
+                                                         QueryPtr(), &Landing::OnLoaded, &landing);
+            }
+            Common::ScopedLogCapture quiet;
+            engine.Stop();
+            EXPECT_EQ(landing.iCalls.load(), kLoads);
+            EXPECT_EQ(bucket.GetPendingCount(), 0);
+            for (Link* link : links) MEM_DELETE(link);
+        }
+    }
 }
