@@ -98,11 +98,8 @@ namespace ZemRenderer
         }
         if (s.IsSkipping())
             m.GetStream()->Skip(static_cast<int64_t>(m_uiSize));
-        else
-        {
-            unsigned char* bytes = static_cast<unsigned char*>(m_pBuffer);
-            for (uint32_t i = 0; i < m_uiSize && bytes && !m.HasFailed(); ++i) s.Serialize(bytes[i]);
-        }
+        else if (m_pBuffer)
+            m.MoveBytes(m_pBuffer, m_uiSize);
         s.SerializePointer(m_pNext);
     }
 

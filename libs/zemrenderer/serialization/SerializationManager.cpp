@@ -175,6 +175,22 @@ namespace ZemRenderer
         }
     }
 
+    void SerializationManager::MoveBytes(void* data, size_t size)
+    {
+        if (m_bFailed || size == 0) return;
+        if (IsSkipping())
+        {
+            m_pStream->Skip(static_cast<int64_t>(size));
+            return;
+        }
+        if (m_bReading)
+        {
+            if (m_pStream->Read(data, size) != size) Fail("Unexpected end of Zemora Engine File!");
+        }
+        else if (m_pStream->Write(data, size) != size)
+            Fail("Could not write the Zemora Engine File!");
+    }
+
     uint64_t SerializationManager::GetRemainingBytes() const
     {
         if (!m_pStream) return 0;

@@ -114,6 +114,9 @@ namespace ZemRenderer
         void MoveBlock(void* value, size_t size);
         // Counts, keys and class ids: read even while skipping, but then left unchanged.
         void MoveRaw(void* value, size_t size);
+        // An opaque run of bytes of any length, in one stream call: bytes have no order
+        // to swap. Skipped on a stream that skips data.
+        void MoveBytes(void* data, size_t size);
         // Bytes left to read, or all ones when the stream cannot tell.
         uint64_t GetRemainingBytes() const;
 
