@@ -627,11 +627,13 @@ namespace ZemRenderer
         if (!bucket) return;
         // Someone still holds it: it stays listed and is reported at the end.
         if (!ZEM_ASSERT(bucket->GetRefCount() <= 0, "Delete bucket while RefCount >0")) return;
+        Common::Log("Bucket %s deleted.\n", bucket->GetName());
         m_kBucketMutex.Lock();
         const unsigned int index = m_Buckets.Find(bucket);
         if (index != TArray<Bucket*>::npos) m_Buckets[index] = nullptr;
         if (bucket == m_pDefaultBucket) m_pDefaultBucket = nullptr;
         m_kBucketMutex.Unlock();
+        ZEM_ASSERT(index != TArray<Bucket*>::npos, "Bucket not in slot !");
         MEM_DELETE(bucket);
     }
 

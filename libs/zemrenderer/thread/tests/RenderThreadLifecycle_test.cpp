@@ -217,13 +217,15 @@ namespace ZemRenderer::Testing
 
         Counters counters;
         a->Release();
-        thread->AddDeleteBucketWork(a);
         {
             Common::ScopedLogCapture capture;
+            thread->AddDeleteBucketWork(a);
             thread->AddDeleteBucketWork(b);
             thread->AddWork(Record(thread, "marker", eReleaseQueue, nullptr, &counters));
             ASSERT_TRUE(WaitUntil([&] { return counters.iRan.load() == 1; }));
+            EXPECT_TRUE(capture.Contains("Bucket A deleted.\n"));
             EXPECT_TRUE(capture.Contains("Delete bucket while RefCount >0"));
+            EXPECT_FALSE(capture.Contains("Bucket B deleted."));
         }
         EXPECT_EQ(thread->FindBucket("A"), nullptr);
         EXPECT_EQ(thread->FindBucket("B"), b);
