@@ -3,6 +3,7 @@
 // engine's frame protocol, cooking source files into the assets root. Cooking copies the
 // source file to its cooked path (every type the engine loads so far is stored as it is
 // loaded); a copy is written aside and renamed, so no engine ever reads half a file.
+#include <atomic>
 #include <mutex>
 
 #include "common/utils/String.h"
@@ -48,7 +49,7 @@ namespace DataProvider
         // Cooks one asset: on success `out` holds the cooked path relative to the root.
         bool Cook(const AssetQuery& query, AssetResult& out);
         ZemRenderer::TArray<Common::String> GetCookedKeyTexts();
-        unsigned int GetCopyCount() const { return m_uCopies; }
+        unsigned int GetCopyCount() const { return m_uCopies.load(std::memory_order_relaxed); }
         const CAssetTypeTable& GetTypes() const { return m_kTypes; }
 
     private:
@@ -60,7 +61,7 @@ namespace DataProvider
         CAssetTypeTable m_kTypes;
         std::mutex m_kLock;
         ZemRenderer::TArray<Common::String> m_aCooked;
-        unsigned int m_uCopies = 0;
+        std::atomic<unsigned int> m_uCopies{0};
         char m_szSource[1024] = {};
         char m_szRoot[1024] = {};
     };

@@ -296,7 +296,7 @@ namespace DataProvider
         m_pInterface = client;
         m_bConnected.store(true, std::memory_order_release);
         if (!FillCookedKeys()) return false;
-        m_bFallbackReported = false;
+        m_bFallbackReported.store(false, std::memory_order_release);
         Common::Log(":::: [DP] Connected to the asset manager at %s:%u (%u cooked assets) ::: \n", m_szHost, m_uPort,
                     GetCookedKeyCount());
         return true;
@@ -530,10 +530,9 @@ namespace DataProvider
                 if (info.m_szCookedPath[0] && JoinPath(m_szAssetsRoot, info.m_szCookedPath, cooked, sizeof(cooked)) &&
                     RegularFileSize(cooked) >= 0 && std::strlen(cooked) < sizeof(result.m_szFilePath))
                 {
-                    if (!m_bFallbackReported)
+                    if (!m_bFallbackReported.exchange(true, std::memory_order_acq_rel))
                         Common::Log(":::: [DP] No asset manager at %s:%u: cooked files on disk are served as they are ::: \n",
                                     m_szHost, m_uPort);
-                    m_bFallbackReported = true;
                     result.m_bSucceeded = true;
                     std::memcpy(result.m_szFilePath, cooked, std::strlen(cooked) + 1);
                 }

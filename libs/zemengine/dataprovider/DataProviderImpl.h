@@ -132,7 +132,7 @@ namespace DataProvider
         int64_t m_iLastTryMs = 0;
         pid_t m_iStartedPid = 0;
         bool m_bStartFailed = false;
-        bool m_bFallbackReported = false;
+        std::atomic<bool> m_bFallbackReported{false};
         bool m_bInitialised = false;
         char m_szAssetsRoot[1024] = {};
         char m_szAddress[256] = {};

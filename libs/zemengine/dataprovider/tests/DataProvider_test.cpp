@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <memory>
 #include <sys/wait.h>
 
 #include "common/system/debug/Log.h"
@@ -295,6 +296,8 @@ namespace
         const int port = FreePort();
         root.WriteConfig(port);
         WriteFile(root.Path() / "Sources/Meshes/Box.zef", "late");
+        // Started later; the provider leaves before it stops.
+        CAssetManagerServer server;
         Common::ScopedLogCapture log;
         CProvider dp(root, port, 2);
         EXPECT_FALSE(dp.m_bInit);
@@ -313,13 +316,11 @@ namespace
         EXPECT_TRUE(log.Contains("-nodp"));
 
         // It comes up later: the wait ends by itself.
-        CAssetManagerServer server;
         ASSERT_TRUE(server.Start((root.Str() + "/Sources").c_str(), root.Str().c_str(), "127.0.0.1", port));
         EXPECT_TRUE(WaitForDataProvider(&dp.p, 10, 1000, 5000));
         AssetResult r;
         EXPECT_TRUE(dp.p.QueryAsset(r, Query("Meshes/Box.zef")));
         EXPECT_EQ(ReadFile(r.m_szFilePath), "late");
-        server.Stop();
     }
 
     // ---- the asset manager as a process --------------------------------------------------
@@ -338,7 +339,11 @@ namespace
             char* argv[] = {argv0.data(), sleepTime, nullptr};
             const pid_t pid = SpawnDetached("/bin/sleep", argv, nullptr);
             ASSERT_GT(pid, 0);
-            EXPECT_TRUE(IsAssetManagerRunning(name.c_str())) << suffix;
+            // Until the child has gone through exec it still carries this program's name.
+            bool running = false;
+            for (int i = 0; i < 400 && !running; ++i)
+                if (!(running = IsAssetManagerRunning(name.c_str()))) usleep(5000);
+            EXPECT_TRUE(running) << suffix;
             kill(pid, SIGKILL);
             waitpid(pid, nullptr, 0);
             EXPECT_FALSE(IsAssetManagerRunning(name.c_str())) << suffix;
@@ -360,7 +365,8 @@ namespace
         // No process goes by this name: the provider starts one.
         root.WriteConfig(port, "ZemNoAssetManager" + std::to_string(getpid()));
         Common::ScopedLogCapture log;
-        CProvider dp(root, port, 3);
+        std::unique_ptr<CProvider> engine = std::make_unique<CProvider>(root, port, 3);
+        CProvider& dp = *engine;
         const pid_t pid = dp.p.GetStartedProcess();
         EXPECT_GT(pid, 0);
         EXPECT_TRUE(dp.m_bInit) << log.Text();
@@ -370,6 +376,8 @@ namespace
         AssetResult r;
         EXPECT_TRUE(dp.p.QueryAsset(r, Query("Meshes/Box.zef")));
         EXPECT_EQ(ReadFile(r.m_szFilePath), "spawned");
+        // The engine leaves first; the asset manager would outlive it.
+        engine.reset();
         if (pid > 0)
         {
             kill(pid, SIGTERM);
