@@ -65,6 +65,8 @@ namespace
         bool Start(std::vector<std::string> args, bool withPortFile = true, std::vector<std::string> env = {})
         {
             if (m_sDir.empty()) return false;
+            // The data provider has tests of its own; these must not start an asset manager.
+            args.insert(args.begin(), "-nodp");
             if (withPortFile)
             {
                 args.push_back("--port-file");

@@ -117,7 +117,10 @@ namespace ZemEngine
             }
             break;
         }
-        m_pSocket->Close();
+        // Shut down, not closed: Stop may still be shutting this socket down from another
+        // thread, and a closed descriptor could already belong to someone else. The
+        // descriptor goes when the thread object is reaped.
+        m_pSocket->Shutdown();
         m_bFinished.store(true, std::memory_order_release);
     }
 

@@ -416,6 +416,8 @@ namespace
         desc.m_pHandle = handle;
         desc.m_iRpcPort = port;
         desc.m_bLoadPlugins = false;
+        // The data provider has tests of its own; these must not start an asset manager.
+        desc.m_bUseDataProvider = false;
         return desc;
     }
 
@@ -475,6 +477,8 @@ namespace
     {
         EngineInitDesc desc;
         desc.m_bLoadPlugins = false;
+        // The data provider has tests of its own; these must not start an asset manager.
+        desc.m_bUseDataProvider = false;
         desc.m_eMode = Mode::WorldEditor;
         CEngine* engine = CEngine::GetInstance();
         Common::ScopedLogCapture log;

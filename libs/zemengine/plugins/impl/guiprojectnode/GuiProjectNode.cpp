@@ -11,6 +11,7 @@
 #include "zemengine/engine/EngineNet.h"
 #include "zemengine/plugins/impl/guiprojectnode/rpc/GuiProjectNodeRpc.h"
 #include "zemengine/plugins/impl/guiprojectnode/zemguimanager/ZemGuiLink.h"
+#include "zemrenderer/dataprovider/DataPoviderInterface.h"
 
 namespace Plugin
 {
@@ -92,7 +93,7 @@ namespace Plugin
         // manager and can be freed on either side.
         if (param->m_pMemoryManager) Common::Mem::CMemoryManager::SetInstance(param->m_pMemoryManager);
         if (param->m_pEngine) ZemEngine::CEngine::SetInstance(param->m_pEngine);
-        // The data provider has no slot in this build yet; nothing here reads it.
+        DataProvider::SetDataProvider(param->m_pDataProvider);
         ZemEngine::SetEditorPickCallback(param->m_pfnEditorPick);
         if (!param->m_pBuildInfo || *param->m_pBuildInfo != ZemEngine::PluginBuildInfo::Current()) return false;
 
