@@ -67,6 +67,19 @@ namespace DataProvider
             out.Clear();
             return false;
         }
+        // Package mounting through workers is reserved: the hooks answer no handle and
+        // false, which leaves disk streams on their disk path.
+        virtual void* MountPackage(const char* path, unsigned int flag)
+        {
+            (void)path;
+            (void)flag;
+            return nullptr;
+        }
+        virtual bool UnMountPackage(void* handle)
+        {
+            (void)handle;
+            return false;
+        }
     };
 
     // The provider of this library copy; null until the engine (or, in a plugin,

@@ -7,6 +7,7 @@
 #include "zemrenderer/loading/ListAssetsWorker.h"
 #include "zemrenderer/loading/LoadFileWorker.h"
 #include "zemrenderer/loading/LoaderT.h"
+#include "zemrenderer/loading/PackageMountWorkers.h"
 
 namespace ZemRenderer
 {
@@ -65,5 +66,17 @@ namespace ZemRenderer
             return false;
         }
         return AddWork(worker);
+    }
+
+    bool LoadingThread::AddMountPackageWork(const char* path, unsigned int flag, void** result)
+    {
+        MountPackageWorker* worker = MountPackageWorker::New(result, path, flag);
+        return worker && AddWork(worker);
+    }
+
+    bool LoadingThread::AddUnMountPackageWork(void* handle)
+    {
+        UnMountPackageWorker* worker = UnMountPackageWorker::New(handle);
+        return worker && AddWork(worker);
     }
 }

@@ -47,6 +47,10 @@ namespace ZemRenderer
         // `out`; `counter` (if given) falls by one when done, or when the work is dropped.
         bool AddListAssetsWork(const char* platform, const char* filter, TArray<Common::String>* out,
                                std::atomic<int>* counter = nullptr);
+        // Hands a package to the data provider's mount hook on this thread; the handle
+        // lands in `*result`. The unmount passes a handle back to its hook.
+        bool AddMountPackageWork(const char* path, unsigned int flag, void** result);
+        bool AddUnMountPackageWork(void* handle);
 
     private:
         // Queues `worker` with `query` as the worker's own.
