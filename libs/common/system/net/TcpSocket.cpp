@@ -52,6 +52,7 @@ namespace Common
 
     void TcpSocket::Shutdown()
     {
+        m_bShutDown.store(true, std::memory_order_release);
         if (m_iAcceptedSocket >= 0) shutdown(m_iAcceptedSocket, SHUT_RDWR);
         if (m_iSocket >= 0) shutdown(m_iSocket, SHUT_RDWR);
     }
@@ -60,6 +61,7 @@ namespace Common
     {
         Close();
         m_bClosed = false;
+        m_bShutDown.store(false, std::memory_order_release);
         sockaddr_in addr{};
         addr.sin_family = AF_INET;
         addr.sin_port = htons(static_cast<uint16_t>(port));
@@ -123,7 +125,8 @@ namespace Common
         } while (fd < 0 && errno == EINTR);
         if (fd < 0)
         {
-            if (!IsWouldBlock(errno)) Log("Accept error : %d \n", errno);
+            if (!IsWouldBlock(errno) && !m_bShutDown.load(std::memory_order_acquire))
+                Log("Accept error : %d \n", errno);
             return -1;
         }
         char text[INET_ADDRSTRLEN] = "?";

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 // A TCP socket over IPv4: a listening host with the connection it accepted, or a
 // client. Blocking unless the caller sets otherwise; not locked, one thread uses a
 // socket at a time. Sends never raise SIGPIPE: a vanished peer is an error code.
@@ -55,5 +56,7 @@ namespace Common
         int m_iAcceptedSocket = -1;
         int m_iPort = 0;
         bool m_bClosed = false;
+        // Set by Shutdown: the accept that it ends is no error to report.
+        std::atomic<bool> m_bShutDown{false};
     };
 }
