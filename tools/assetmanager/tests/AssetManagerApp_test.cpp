@@ -183,6 +183,11 @@ namespace
             close(fd);
         }
         const std::string address = "127.0.0.1:" + std::to_string(port);
+        // The engines must find the asset manager this test started, under its name, or
+        // they start a real one that outlives the test.
+        WriteText(am.Dir() / "root/Toolchain/TypesInfos/DataProvider.config",
+                  "{\"Binary\": \"AssetManagerAppUnderTest\", \"Host\": \"127.0.0.1\", \"Port\": " +
+                      std::to_string(port) + "}");
         for (int engine = 0; engine < 2; ++engine)
         {
             DataProvider::DataProviderImpl provider;
