@@ -43,7 +43,7 @@ namespace ZemRenderer
             // The request's query runs with the process step; a refused worker is
             // cancelled, which ends the ticket.
             if (query) processor->SetQuery(query);
-            processor->AddWork(worker);
+            processor->AddWorkBatched(worker);
             return true;
         }
     };

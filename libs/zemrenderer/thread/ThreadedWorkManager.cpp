@@ -8,6 +8,15 @@
 
 namespace ZemRenderer
 {
+    namespace
+    {
+        // Held wakes: a consumer sleeping on an empty queue is woken at this many.
+        constexpr unsigned int kBatchedWakeCount = 32;
+        // The manager whose batch this thread runs, and the one whose wake it holds.
+        thread_local ThreadedWorkManager* t_pRunningBatch = nullptr;
+        thread_local ThreadedWorkManager* t_pHeldWake = nullptr;
+    }
+
     ThreadedWorkManager::ThreadedWorkManager(RenderThread* owner) : m_pOwner(owner)
     {
         m_kEvent.Create(true);
@@ -53,8 +62,22 @@ namespace ZemRenderer
         return freePair;
     }
 
-    bool ThreadedWorkManager::AddWork(WorkerBase<RenderThread>* worker)
+    bool ThreadedWorkManager::AddWork(WorkerBase<RenderThread>* worker) { return AddWorkImpl(worker, false); }
+
+    bool ThreadedWorkManager::AddWorkBatched(WorkerBase<RenderThread>* worker) { return AddWorkImpl(worker, true); }
+
+    void ThreadedWorkManager::Wake()
     {
+        m_kMutex.Lock();
+        m_kEvent.Set();
+        m_kMutex.Unlock();
+    }
+
+    bool ThreadedWorkManager::AddWorkImpl(WorkerBase<RenderThread>* worker, bool batched)
+    {
+        // Outside a batch nothing would give a held wake.
+        const bool hold = batched && t_pRunningBatch && t_pRunningBatch != this;
+        if (hold && t_pHeldWake && t_pHeldWake != this) std::exchange(t_pHeldWake, nullptr)->Wake();
         if (!ZEM_ASSERT(worker != nullptr, "Pointer must be non null")) return false;
         const int threadId = CurrentThreadId();
         m_kMutex.Lock();
@@ -68,7 +91,8 @@ namespace ZemRenderer
         {
             if (worker->spQuery) worker->spQuery->SetState(Query::eQueued);
             m_pending.Add(worker);
-            m_kEvent.Set();
+            if (!hold || m_pending.GetSize() >= kBatchedWakeCount) m_kEvent.Set();
+            else t_pHeldWake = this;
         }
         m_kMutex.Unlock();
         if (!ZEM_ASSERT(accept, "ThreadedWorkManager will be released : no more work accepted."))
@@ -167,6 +191,7 @@ namespace ZemRenderer
     void ThreadedWorkManager::RunBatch(bool& keepRunning)
     {
         const unsigned int count = m_processing.GetSize();
+        t_pRunningBatch = this;
         for (unsigned int i = 0; i < count; ++i) m_processing[i]->PrepareWork();
         for (unsigned int i = 0; i < count; ++i)
         {
@@ -186,6 +211,8 @@ namespace ZemRenderer
                 break;
             }
         }
+        t_pRunningBatch = nullptr;
+        if (ThreadedWorkManager* held = std::exchange(t_pHeldWake, nullptr)) held->Wake();
         m_processing.Clear();
     }
 

@@ -26,6 +26,10 @@ namespace ZemRenderer
 
         // Refused once Release was asked: the worker is cancelled and back in its pool.
         bool AddWork(WorkerBase<RenderThread>* worker);
+        // As AddWork, but when called from a worker of another manager's batch, the wake
+        // waits until a few more have come or that batch ends: one wake-up per asset
+        // costs the producer more than reading a small file.
+        bool AddWorkBatched(WorkerBase<RenderThread>* worker);
         // The calling thread's next AddWork carries this query.
         void SetQuery(const QueryPtr& query);
         bool HasWork() const;
@@ -58,6 +62,8 @@ namespace ZemRenderer
 
     private:
         QueryThreadPair* FindPair(int threadId, bool create);
+        bool AddWorkImpl(WorkerBase<RenderThread>* worker, bool batched);
+        void Wake();
         void RunBatch(bool& keepRunning);
         void ForwardRelease(ThreadedWorkManager* next);
     };

@@ -158,4 +158,60 @@ namespace ZemRenderer::Testing
         EXPECT_FALSE(processor.AddWork(Job("closed", &log, &counters), true, false));
         EXPECT_EQ(counters.iCancelled.load(), 1);
     }
+
+    namespace
+    {
+        // On the producer's thread: hands `count` jobs on to the consumer with a held wake.
+        class HandOnWorker : public PooledWorker<HandOnWorker, RenderThread>
+        {
+        public:
+            HandOnWorker() = default;
+            HandOnWorker(ThreadedWorkManager* consumer, int count, Counters* counters)
+                : m_pConsumer(consumer), m_iCount(count), m_pCounters(counters)
+            {
+            }
+            unsigned int GetQueue() const override { return 0; }
+            bool DoWork(RenderThread*) override
+            {
+                for (int i = 0; i < m_iCount; ++i) m_pConsumer->AddWorkBatched(Job("handed", nullptr, m_pCounters));
+                return true;
+            }
+
+        private:
+            ThreadedWorkManager* m_pConsumer = nullptr;
+            int m_iCount = 0;
+            Counters* m_pCounters = nullptr;
+        };
+    }
+
+    TEST(ThreadedWorkManager, BatchedHandOnWakesAtACountOrAtTheEndOfTheProducersBatch)
+    {
+        Started<ThreadedWorkManager> consumer;
+        Started<ThreadedWorkManager> producer;
+        RunLog log;
+
+        // Outside a batch nothing holds the wake.
+        Counters direct;
+        consumer.kManager.AddWorkBatched(Job("direct", &log, &direct));
+        ASSERT_TRUE(WaitUntil([&] { return direct.iRan.load() == 1; }));
+
+        // A few, then the batch ends: they run without anything else coming.
+        Counters few;
+        producer.kManager.AddWork(HandOnWorker::New(&consumer.kManager, 3, &few));
+        ASSERT_TRUE(WaitUntil([&] { return few.iRan.load() == 3; }));
+
+        // Many, with the producer's batch held behind them: the first wake comes by count.
+        Counters many;
+        Latch start;
+        Latch gate;
+        // The producer blocks at `start` while the hand-on and `gate` are added: one batch.
+        producer.kManager.AddWork(Job("producer-start", &log, nullptr, &start));
+        producer.kManager.AddWork(HandOnWorker::New(&consumer.kManager, 40, &many));
+        producer.kManager.AddWork(Job("producer-gate", &log, nullptr, &gate));
+        start.Open();
+        // Well before the gate's own time-out gives up.
+        EXPECT_TRUE(WaitUntil([&] { return many.iRan.load() >= 32; }, 5000));
+        gate.Open();
+        ASSERT_TRUE(WaitUntil([&] { return many.iRan.load() == 40; }));
+    }
 }
