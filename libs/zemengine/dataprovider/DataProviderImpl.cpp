@@ -545,6 +545,9 @@ namespace DataProvider
 
     void DataProviderImpl::CookAsset(const AssetQuery& query)
     {
+        // Nobody to cook for: the lookup would only stat the file, and the query that
+        // follows reports whatever is wrong with the name.
+        if (!m_bUseAssetManager) return;
         AssetResult result;
         char path[kPathBufferSize];
         AssetKeyInfo info;
