@@ -299,9 +299,12 @@ namespace ZemRenderer
         }
         m_bExecuting = true;
         {
-            Hold buffer(m_akBufferMutex[run]);
+            // After the flip only this thread touches the run buffer (producers fill the
+            // other one), so its commands run without its lock: a command that queues a
+            // command takes the index and the other buffer, never this one.
             TArray<LinkCommand>& commands = m_aCommands[run];
             for (unsigned int i = 0; i < commands.GetSize(); ++i) ExecuteCommand(commands[i]);
+            Hold buffer(m_akBufferMutex[run]);
             if (commands.GetCapacity() > kKeepCapacity)
                 commands.ClearAndFree();
             else

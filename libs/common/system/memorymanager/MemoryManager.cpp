@@ -7,6 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "common/system/debug/Log.h"
 #include "common/utils/CMap.h"
 #include "common/utils/Hash.h"
@@ -55,6 +58,15 @@ namespace Common::Mem
         // bookkeeping: not an error for the sanitizer.
         __attribute__((no_sanitize("address", "thread"))) bool HasMagic(const void* ptr)
         {
+            // A foreign block may start a mapping: then the bytes in front of it are only
+            // readable if the page before is mapped. Our blocks never start a mapping.
+            static const uintptr_t s_uPage = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+            const uintptr_t address = reinterpret_cast<uintptr_t>(ptr);
+            if ((address & (s_uPage - 1)) < 8)
+            {
+                unsigned char resident = 0;
+                if (mincore(reinterpret_cast<void*>((address - 8) & ~(s_uPage - 1)), 1, &resident) != 0) return false;
+            }
             uint64_t m;
             std::memcpy(&m, static_cast<const char*>(ptr) - 8, 8);
             return m == kMagicWord;
