@@ -28,6 +28,7 @@ namespace ZemRenderer
             return false;
         }
         m_pFile = std::fopen(normalized, mode);
+        if (m_pFile) std::setvbuf(m_pFile, m_acBuffer, _IOFBF, sizeof(m_acBuffer));
         return m_pFile != nullptr;
     }
 
@@ -92,14 +93,15 @@ namespace ZemRenderer
         const size_t n = std::fread(out, 1, bytes, m_pFile);
         if (n < bytes)
         {
-            // At the end or after an error the file's own idea of the position wins.
-            const off_t at = ftello(m_pFile);
-            m_uiPosition = at >= 0 ? static_cast<size_t>(at) : m_uiPosition + n;
             if (std::ferror(m_pFile))
             {
+                // After an error the file's own idea of the position wins.
+                const off_t at = ftello(m_pFile);
+                m_uiPosition = at >= 0 ? static_cast<size_t>(at) : m_uiPosition + n;
                 std::clearerr(m_pFile);
                 return 0;
             }
+            m_uiPosition += n;
             std::clearerr(m_pFile);
             return n;
         }

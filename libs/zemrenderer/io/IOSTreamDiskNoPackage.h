@@ -39,6 +39,8 @@ namespace ZemRenderer
         bool ApplyPendingSkip();
 
         FILE* m_pFile = nullptr;
+        // stdio's own buffer would cost a file status call and an allocation per open.
+        char m_acBuffer[4096];
         size_t m_uiPosition = 0;
         int64_t m_iPendingSkip = 0;
         bool m_bReadable = false;
