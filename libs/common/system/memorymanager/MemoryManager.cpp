@@ -2,12 +2,13 @@
 
 #include <sched.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include <sys/mman.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "common/system/debug/Log.h"
@@ -58,14 +59,20 @@ namespace Common::Mem
         // bookkeeping: not an error for the sanitizer.
         __attribute__((no_sanitize("address", "thread"))) bool HasMagic(const void* ptr)
         {
-            // A foreign block may start a mapping: then the bytes in front of it are only
-            // readable if the page before is mapped. Our blocks never start a mapping.
+            // A foreign block may start a mapping, with nothing readable in front of it:
+            // near a page start, read through the kernel, which answers EFAULT instead of
+            // faulting. Our own blocks have their header in front; if the kernel refuses
+            // the call itself, read directly.
             static const uintptr_t s_uPage = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
             const uintptr_t address = reinterpret_cast<uintptr_t>(ptr);
             if ((address & (s_uPage - 1)) < 8)
             {
-                unsigned char resident = 0;
-                if (mincore(reinterpret_cast<void*>((address - 8) & ~(s_uPage - 1)), 1, &resident) != 0) return false;
+                uint64_t probe = 0;
+                iovec local{&probe, 8};
+                iovec remote{reinterpret_cast<void*>(address - 8), 8};
+                const ssize_t n = process_vm_readv(getpid(), &local, 1, &remote, 1, 0);
+                if (n == 8) return probe == kMagicWord;
+                if (errno == EFAULT) return false;
             }
             uint64_t m;
             std::memcpy(&m, static_cast<const char*>(ptr) - 8, 8);

@@ -186,9 +186,10 @@ namespace ZemRenderer::Testing
 
     TEST(ThreadedWorkManager, BatchedHandOnWakesAtACountOrAtTheEndOfTheProducersBatch)
     {
+        // Declared first: the managers' threads may still write to it until they stop.
+        RunLog log;
         Started<ThreadedWorkManager> consumer;
         Started<ThreadedWorkManager> producer;
-        RunLog log;
 
         // Outside a batch nothing holds the wake.
         Counters direct;
