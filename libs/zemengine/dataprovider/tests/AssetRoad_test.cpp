@@ -19,21 +19,6 @@ using namespace ZemRenderer;
 
 namespace
 {
-    std::string SavedLinkText()
-    {
-        Bucket bucket(nullptr, "writer");
-        Link link(&bucket, "source");
-        SceneTest::FillLink(link);
-        IOSTreamMemory out;
-        out.OpenToWrite(nullptr);
-        EXPECT_TRUE(link.Save(out));
-        std::string bytes;
-        for (const IOSTreamMemory::Block* b = out.GetFirstBlock(); b && bytes.size() < out.GetSize(); b = b->pNext)
-            bytes.append(reinterpret_cast<const char*>(b->aData),
-                         std::min(IOSTreamMemory::kBlockSize, out.GetSize() - bytes.size()));
-        return bytes;
-    }
-
     struct Landing
     {
         RenderThread* pThread = nullptr;
@@ -70,7 +55,10 @@ namespace
         EXPECT_EQ(landing.bLoaded.load(), expectLoaded);
         EXPECT_TRUE(landing.bOnRenderThread);
         EXPECT_EQ(query->GetState(), expectLoaded ? Query::eDone : Query::eCancelled);
-        if (expectLoaded) EXPECT_EQ(landing.uNodes.load(), 2u);
+        if (expectLoaded)
+        {
+            EXPECT_EQ(landing.uNodes.load(), 2u);
+        }
         bucket.DestroyLink(link);
         engine.Stop();
         DataProvider::SetDataProvider(nullptr);
@@ -82,7 +70,8 @@ TEST(AssetRoad, ALinkCookedByTheAssetManagerThenFromDiskWithoutIt)
     using namespace DataProviderTest;
     CTempRoot root;
     CTempRoot source("roadsrc");
-    WriteFile(source.Path() / "links/tower.zef", SavedLinkText());
+    const std::vector<unsigned char> file = SceneTest::SavedLink();
+    WriteFile(source.Path() / "links/tower.zef", std::string(file.begin(), file.end()));
     root.WriteConfig(1);
 
     DataProvider::CAssetManagerServer server;

@@ -17,28 +17,12 @@ namespace ZemRenderer
 {
     using SceneTest::Engine;
     using SceneTest::FillLink;
+    using SceneTest::SavedLink;
     using SceneTest::WaitUntil;
     using LoadingTest::FolderProvider;
 
     namespace
     {
-        std::vector<unsigned char> SavedLink()
-        {
-            Bucket bucket(nullptr, "writer");
-            Link link(&bucket, "source");
-            FillLink(link);
-            IOSTreamMemory out;
-            out.OpenToWrite(nullptr);
-            EXPECT_TRUE(link.Save(out));
-            std::vector<unsigned char> bytes;
-            for (const IOSTreamMemory::Block* b = out.GetFirstBlock(); b && bytes.size() < out.GetSize(); b = b->pNext)
-            {
-                const size_t n = std::min(IOSTreamMemory::kBlockSize, out.GetSize() - bytes.size());
-                bytes.insert(bytes.end(), b->aData, b->aData + n);
-            }
-            return bytes;
-        }
-
         // What the requester's callback saw.
         struct Landing
         {

@@ -14,28 +14,6 @@ namespace ZemRenderer::SceneTest
 {
     namespace
     {
-        std::vector<unsigned char> Bytes(IOSTreamMemory& stream)
-        {
-            std::vector<unsigned char> out;
-            for (const IOSTreamMemory::Block* b = stream.GetFirstBlock(); b && out.size() < stream.GetSize(); b = b->pNext)
-            {
-                const size_t n = std::min(IOSTreamMemory::kBlockSize, stream.GetSize() - out.size());
-                out.insert(out.end(), b->aData, b->aData + n);
-            }
-            return out;
-        }
-
-        std::vector<unsigned char> SavedLink(bool swap)
-        {
-            Bucket bucket(nullptr, "writer");
-            Link link(&bucket, "source");
-            FillLink(link);
-            IOSTreamMemory out;
-            out.OpenToWrite(nullptr);
-            EXPECT_TRUE(link.Save(out, swap));
-            return Bytes(out);
-        }
-
         bool LoadBytes(Link& link, const std::vector<unsigned char>& bytes, bool boundsChanged = true)
         {
             IOSTreamExistingMemory in(bytes.data(), bytes.size());

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "zemrenderer/device/null/NullRenderer.h"
+#include "zemrenderer/io/IOSTreamMemory.h"
 #include "zemrenderer/scene/Bucket.h"
 #include "zemrenderer/scene/LOctreeRoot.h"
 #include "zemrenderer/scene/Link.h"
@@ -110,6 +111,30 @@ namespace ZemRenderer::SceneTest
         const uint32_t words[2] = {0x01020304u, 0xCAFEF00Du};
         std::memcpy(light->m_pBuffer, words, 8);
         link.AddUserData(light);
+    }
+
+    // The bytes a memory stream holds.
+    inline std::vector<unsigned char> Bytes(IOSTreamMemory& stream)
+    {
+        std::vector<unsigned char> out;
+        for (const IOSTreamMemory::Block* b = stream.GetFirstBlock(); b && out.size() < stream.GetSize(); b = b->pNext)
+        {
+            const size_t n = std::min(IOSTreamMemory::kBlockSize, stream.GetSize() - out.size());
+            out.insert(out.end(), b->aData, b->aData + n);
+        }
+        return out;
+    }
+
+    // The link engine file of a FillLink link, in either byte order.
+    inline std::vector<unsigned char> SavedLink(bool swap = false)
+    {
+        Bucket bucket(nullptr, "writer");
+        Link link(&bucket, "source");
+        FillLink(link);
+        IOSTreamMemory out;
+        out.OpenToWrite(nullptr);
+        EXPECT_TRUE(link.Save(out, swap));
+        return Bytes(out);
     }
 
     inline bool SameNodes(const Link& a, const Link& b)
