@@ -7,6 +7,11 @@ PACKAGES=(
   build-essential g++ cmake ninja-build ccache pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   rapidjson-dev libsdl2-dev
+  # drawing: GL 4.5 through libepoxy, EGL surfaceless on Mesa's llvmpipe when there is no GPU
+  libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri
+  # shader toolchain, screen text, screenshots, GUI files, math, image codecs
+  libshaderc-dev libspirv-cross-c-shared-dev libfreetype-dev fonts-liberation2 libpng-dev
+  libtinyxml-dev libglm-dev libstb-dev
 )
 # `install-deps.sh fuzz` adds what the libFuzzer build needs.
 if [ "${1:-}" = "fuzz" ]; then
