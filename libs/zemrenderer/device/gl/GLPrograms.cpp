@@ -14,10 +14,20 @@ void main()
     vColour = aColour;
 }
 )";
+        // The same colour into every bound target.
         const char* const kPrimitiveFragment = R"(#version 450 core
 layout(location = 0) in vec4 vColour;
-layout(location = 0) out vec4 oColour;
-void main() { oColour = vColour; }
+layout(location = 0) out vec4 oColour0;
+layout(location = 1) out vec4 oColour1;
+layout(location = 2) out vec4 oColour2;
+layout(location = 3) out vec4 oColour3;
+void main()
+{
+    oColour0 = vColour;
+    oColour1 = vColour;
+    oColour2 = vColour;
+    oColour3 = vColour;
+}
 )";
         // Pixels with a top-left origin to clip space with y up.
         const char* const kTextVertex = R"(#version 450 core
