@@ -61,6 +61,7 @@ namespace ZemRenderer
         eClearStencil = 4,
     };
 
+    // No target at all clears the targets bound now.
     struct ClearRequest
     {
         static constexpr uint32_t kMaxTargets = 4;

@@ -619,9 +619,16 @@ namespace ZemRenderer
         glBindSampler(unit, name ? m_kSamplers.Get(sampler) : 0);
     }
 
-    void GLRenderer::Clear(const ClearRequest& request)
+    void GLRenderer::Clear(const ClearRequest& given)
     {
         if (!Ready()) return;
+        ClearRequest request = given;
+        if (!request.uColourCount && !request.pDepthTarget)
+        {
+            std::copy(std::begin(m_apTargets), std::end(m_apTargets), request.apColourTargets);
+            request.uColourCount = m_uTargetCount;
+            request.pDepthTarget = m_pDepthTarget;
+        }
         uint32_t count = request.uColourCount;
         if (!ZEM_ASSERT(count <= kMaxRenderTargets, "Unvalid RenderTarget index %d must be <4", static_cast<int>(count)))
             count = kMaxRenderTargets;
