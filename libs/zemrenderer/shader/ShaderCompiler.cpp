@@ -267,9 +267,17 @@ namespace ZemRenderer
                                                                           KindOf(stage), file.c_str(), entry.c_str(), options);
                 if (shaderc_result_get_compilation_status(r) != shaderc_compilation_status_success)
                 {
-                    const size_t before = result.errors.size();
-                    ParseDiagnostics(shaderc_result_get_error_message(r), file, result.errors);
-                    for (size_t i = before; i < result.errors.size(); ++i) result.errors[i].message += " (" + entry + ")";
+                    // Each entry point's compile parses the whole file, so an error outside
+                    // the entry functions comes once per entry point: keep the first.
+                    std::vector<ShaderDiagnostic> found;
+                    ParseDiagnostics(shaderc_result_get_error_message(r), file, found);
+                    for (ShaderDiagnostic& d : found)
+                    {
+                        bool seen = false;
+                        for (const ShaderDiagnostic& e : result.errors)
+                            seen = seen || (e.file == d.file && e.line == d.line && e.message == d.message);
+                        if (!seen) result.errors.push_back(std::move(d));
+                    }
                     shaderc_result_release(r);
                     continue;
                 }
@@ -280,6 +288,8 @@ namespace ZemRenderer
                 ShaderStageCode& code = result.techniques[t].stages[static_cast<int>(stage)];
                 if (!SpirvToGlsl(spirv, stage, links, code, error))
                 {
+                    if (error.find("Buffer block cannot be expressed") != std::string::npos)
+                        error += " (a GL uniform block needs std140 offsets: start a float2 on 8 bytes, a float3 or float4 on 16)";
                     result.errors.push_back({file, 0, "GLSL generation of " + entry + " failed: " + error});
                     code = ShaderStageCode{};
                 }
