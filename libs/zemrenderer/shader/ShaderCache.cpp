@@ -193,12 +193,14 @@ namespace ZemRenderer
         return h;
     }
 
-    uint64_t ShaderCache::Key(std::string_view toolchainVersion, std::string_view source, const ShaderDefines& defines)
+    uint64_t ShaderCache::Key(std::string_view toolchainVersion, std::string_view path, std::string_view source,
+                              const ShaderDefines& defines)
     {
         // Each part is hashed with its length in front, so that no shift of bytes from one
         // part to the next gives the same key.
         uint64_t h = HashBytes({});
-        for (std::string_view part : {toolchainVersion, source, std::string_view(defines.ToString())})
+        const std::string defineText = defines.ToString();
+        for (std::string_view part : {toolchainVersion, path, source, std::string_view(defineText)})
         {
             const uint64_t n = part.size();
             h = HashBytes(std::string_view(reinterpret_cast<const char*>(&n), sizeof n), h);

@@ -26,7 +26,10 @@ namespace ZemRenderer
         // An empty directory disables the disk: every lookup misses and nothing is written.
         explicit ShaderCache(std::string directory) : m_directory(std::move(directory)) {}
 
-        static uint64_t Key(std::string_view toolchainVersion, std::string_view source, const ShaderDefines& defines);
+        // The path is part of the key because #include resolves relative to it: equal text
+        // in two folders may pull in different files.
+        static uint64_t Key(std::string_view toolchainVersion, std::string_view path, std::string_view source,
+                            const ShaderDefines& defines);
         std::string PathOf(uint64_t key) const;
         bool Enabled() const { return !m_directory.empty(); }
 

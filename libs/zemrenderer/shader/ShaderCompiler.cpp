@@ -202,7 +202,7 @@ namespace ZemRenderer
             return result;
         }
 
-        const uint64_t key = ShaderCache::Key(ToolchainVersion(), source.text, defines);
+        const uint64_t key = ShaderCache::Key(ToolchainVersion(), source.path, source.text, defines);
         if (!bypassCache && m_cache.Enabled())
         {
             CompiledShader cached;

@@ -1,5 +1,6 @@
 // Parsing of the `-param` text and of shader names, and the small naming helpers.
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -42,6 +43,12 @@ namespace ZemRenderer
 
     bool ShaderSource::Load(const std::string& path, ShaderSource& out, std::string& error)
     {
+        std::error_code ec;
+        if (std::filesystem::is_directory(path, ec))
+        {
+            error = "Shader file " + path + " is a folder";
+            return false;
+        }
         std::ifstream in(path, std::ios::binary);
         if (!in)
         {

@@ -74,7 +74,7 @@ float4 PS_Default(V i) : SV_Target0 { return tColor.Sample(sColor, i.uv) * Color
         ShaderCompiler compiler(dir / "cache");
         ASSERT_TRUE(compiler.Compile(source, none).ok);
         const ShaderCache cache(dir / "cache");
-        const uint64_t key = ShaderCache::Key(ShaderCompiler::ToolchainVersion(), source.text, none);
+        const uint64_t key = ShaderCache::Key(ShaderCompiler::ToolchainVersion(), source.path, source.text, none);
         const std::string path = cache.PathOf(key);
         const std::string good = [&] {
             std::ifstream in(path, std::ios::binary);
@@ -107,7 +107,8 @@ float4 PS_Default(V i) : SV_Target0 { return tColor.Sample(sColor, i.uv) * Color
         }
         EXPECT_EQ(Of(compiler).rejected, std::size(damaged));
         // The toolchain version is part of the key as well as of the file.
-        EXPECT_NE(ShaderCache::Key("other", source.text, none), key);
+        EXPECT_NE(ShaderCache::Key("other", source.path, source.text, none), key);
+        EXPECT_NE(ShaderCache::Key(ShaderCompiler::ToolchainVersion(), "b.zff", source.text, none), key);
     }
 
     TEST(ShaderCache, AChangedIncludeMakesTheEntryStale)

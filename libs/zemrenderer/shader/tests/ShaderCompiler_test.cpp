@@ -112,6 +112,7 @@ float4 PS_Default() : SV_Target0 { return Color; }
             const char* message;
         } cases[] = {
             {"Shaders/missing.zff", "cannot be opened"},
+            {"Shaders", "is a folder"},
             {"Shaders/blank.zff", "is empty"},
             {"Shaders/ok.zff -param \"A=\"", "without a value"},
             {"Shaders/ok.zff -param \"A=1", "no closing quote"},
