@@ -22,7 +22,7 @@ namespace ZemRenderer
     namespace
     {
         // Bump when anything this file or SpirvToGlsl does changes the output.
-        constexpr int kToolchainRevision = 1;
+        constexpr int kToolchainRevision = 2;
 
         shaderc_shader_kind KindOf(ShaderStage stage)
         {

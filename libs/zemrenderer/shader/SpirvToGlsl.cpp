@@ -231,6 +231,9 @@ namespace ZemRenderer
         // The device keeps D3D's conventions with glClipControl; the code must not.
         spvc_compiler_options_set_bool(options, SPVC_COMPILER_OPTION_FIXUP_DEPTH_CONVENTION, SPVC_FALSE);
         spvc_compiler_options_set_bool(options, SPVC_COMPILER_OPTION_FLIP_VERTEX_Y, SPVC_FALSE);
+        // SV_InstanceID counts from 0 in every draw, whatever its first instance; GL's
+        // gl_InstanceID does the same, so nothing must add the base instance to it.
+        spvc_compiler_options_set_bool(options, SPVC_COMPILER_OPTION_GLSL_SUPPORT_NONZERO_BASE_INSTANCE, SPVC_FALSE);
         spvc_compiler_install_compiler_options(comp, options);
 
         const char* glsl = nullptr;

@@ -208,6 +208,34 @@ float4 PS_Default(float4 pos : SV_Position) : SV_Target0 { return tData.Load(int
         EXPECT_EQ(ps.samplerUnits[0].sampler, "");
     }
 
+    TEST(ShaderCompiler, SystemValuesAreNotVertexInputsAndGeometryStagesLink)
+    {
+        const std::string text = R"(struct V { float4 pos : SV_Position; float2 uv : TEXCOORD0; float4 c : COLOR; };
+V VS_Default(float3 p : POSITION, uint id : SV_VertexID, uint inst : SV_InstanceID)
+{ V o; o.pos = float4(p, id + inst); o.uv = p.xy; o.c = 1; return o; }
+struct G { float4 pos : SV_Position; float4 c : COLOR; float2 uv : TEXCOORD0; };
+[maxvertexcount(3)]
+void GS_Default(triangle V input[3], inout TriangleStream<G> s)
+{ for (int i = 0; i < 3; ++i) { G g; g.pos = input[i].pos; g.c = input[i].c; g.uv = input[i].uv; s.Append(g); } }
+float4 PS_Default(G i, bool front : SV_IsFrontFace) : SV_Target0 { return float4(i.uv, front, 1) * i.c; }
+)";
+        ShaderCompiler compiler;
+        const CompiledShader s = CompileText(compiler, text);
+        ASSERT_TRUE(s.ok) << s.ErrorText();
+        const ShaderTechniqueCode& t = s.Technique(ShaderTechnique::Default);
+        ASSERT_EQ(t.Stage(ShaderStage::Vertex).vertexInputs.size(), 1u);
+        EXPECT_EQ(t.Stage(ShaderStage::Vertex).vertexInputs[0].semantic, "POSITION");
+        // D3D's instance id starts at 0 in every draw: no base instance added.
+        EXPECT_EQ(t.Stage(ShaderStage::Vertex).glsl.find("BaseInstance"), std::string::npos) << t.Stage(ShaderStage::Vertex).glsl;
+        const auto vsOut = Varyings(t.Stage(ShaderStage::Vertex).glsl, "out");
+        const auto gsOut = Varyings(t.Stage(ShaderStage::Geometry).glsl, "out");
+        const auto psIn = Varyings(t.Stage(ShaderStage::Pixel).glsl, "in");
+        ASSERT_EQ(vsOut.size(), 2u);
+        EXPECT_EQ(gsOut, psIn);
+        EXPECT_EQ(gsOut.at("uv"), vsOut.at("uv"));
+        EXPECT_EQ(gsOut.at("c"), vsOut.at("c"));
+    }
+
     TEST(ShaderCompiler, ComputeShadersReportTheirGroupSizeAndStorage)
     {
         const std::string text = R"(RWStructuredBuffer<uint> Counts : register(u2);
