@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -134,6 +135,28 @@ float4 PS_Default(V i) : SV_Target0 { return tColor.Sample(sColor, i.uv) * Color
         const CompiledShader c = compiler.Compile(source, {});
         EXPECT_FALSE(c.ok);
         EXPECT_NE(c.ErrorText().find("common.hlsli"), std::string::npos) << c.ErrorText();
+    }
+
+    TEST(ShaderCache, ThreadsCompilingAtOnceShareOneCompilerAndOneFolder)
+    {
+        TempDir dir;
+        ShaderCompiler compiler(dir / "cache");
+        std::vector<std::thread> threads;
+        std::atomic<int> good{0};
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([&, i] {
+                // Two threads on each variant: they race to write the same entry.
+                const std::string defines = "VARIANT=" + std::to_string(i / 2);
+                for (int round = 0; round < 3; ++round)
+                    good += compiler.Compile(ShaderSource{"a.zff", kShader}, Defines(defines.c_str())).ok;
+            });
+        for (std::thread& t : threads) t.join();
+        EXPECT_EQ(good.load(), 12);
+        EXPECT_EQ(Of(compiler).compiled + Of(compiler).hits, 12u);
+        EXPECT_GE(Of(compiler).hits, 8u);
+        size_t files = 0;
+        for (const auto& e : std::filesystem::directory_iterator(dir / "cache")) files += e.path().extension() == ".zsc" ? 1 : 100;
+        EXPECT_EQ(files, 2u); // no temporary left behind
     }
 
     TEST(ShaderCache, AnUnwritableFolderOnlyCostsTheCache)
