@@ -108,8 +108,18 @@ namespace ZemRenderer::Testing
         return count;
     }
 
+    // __FILE__ may be relative to the build folder (a compiler cache with a base folder
+    // rewrites it), so the test's folder is found from the source root the build names.
     inline std::filesystem::path GoldenDirectoryOf(const char* sourceFile)
     {
+        const std::string file(sourceFile);
+        for (const char* top : {"libs/", "tools/", "apps/"})
+        {
+            const size_t at = file.rfind(std::string("/") + top);
+            const size_t start = file.rfind(top, 0) == 0 ? 0 : (at == std::string::npos ? at : at + 1);
+            if (start != std::string::npos)
+                return (std::filesystem::path(ZEM_SOURCE_DIR) / file.substr(start)).parent_path() / "golden";
+        }
         return std::filesystem::path(sourceFile).parent_path() / "golden";
     }
 
