@@ -265,8 +265,14 @@ namespace ZemRenderer
         }
         // Recycled buffers are rewritten at each use.
         if (!HasCpuWriteUsage(flags) && !(flags & (BBF_CPU_ONLYACCESS | BBF_RANDOM_ACCESS))) flags |= BBF_CPU_WRITEACCESS;
-        BufferReference* reference = BufferReference::Create(size, flags, nullptr);
-        if (!reference) return nullptr;
+        // A texture buffer is read as float4 texels.
+        InputLayout* layout = (flags & BBF_TEXTURE_BUFFER) ? InputLayout::Create("DATA", IET_FLOAT4) : nullptr;
+        BufferReference* reference = BufferReference::Create(size, flags, layout);
+        if (!reference)
+        {
+            InputLayout::Destroy(layout);
+            return nullptr;
+        }
         if (stride) reference->SetQuantity(size / stride);
         reference->AddRef();
         if (!AllocateDeviceBuffer(reference))
