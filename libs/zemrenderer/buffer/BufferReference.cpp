@@ -128,10 +128,10 @@ namespace ZemRenderer
         Init(m_size, m_flags, m_pLayout);
         Buffer* block = std::exchange(m_pReadBlock, nullptr);
         if (!block) return;
-        // The content stays on the CPU: a reload or a save needs it.
+        // The content stays on the CPU, where a save finds it; the device gets a copy.
         SetCpuCopy(block);
         Bucket* bucket = m.GetOwner();
         RenderThread* thread = bucket ? bucket->GetRenderThread() : nullptr;
-        if (thread && !(m_flags & BBF_CPU_MEMORY)) thread->AddUpdateBufferWork(block, true, true);
+        if (thread && !(m_flags & BBF_CPU_MEMORY)) thread->AddUpdateBufferWork(block, false, true);
     }
 }
