@@ -5,11 +5,14 @@
 #include <atomic>
 #include <cstdint>
 
+#include "zemrenderer/buffer/BufferDevice.h"
 #include "zemrenderer/device/DeviceOp.h"
 #include "zemrenderer/device/RendererInitRecord.h"
 
 namespace ZemRenderer
 {
+    class Buffer;
+    class BufferReference;
     class RenderThread;
     class RenderViewport;
     class Texture;
@@ -154,6 +157,23 @@ namespace ZemRenderer
         // Removes and dispatches one pending window message of any window; false if none.
         virtual bool PumpMessage() { return false; }
 
+        // Buffers, on the render thread. A device whose buffers live in its own memory sets
+        // its backend at Init (SetBackend); the others keep them in CPU memory.
+        BufferDevice& GetBuffers() { return m_kBuffers; }
+        bool AllocateDeviceBuffer(BufferReference* reference) { return m_kBuffers.AllocateDeviceBuffer(reference); }
+        void* LockBuffer(BufferReference* reference, uint16_t sub1 = 0, uint16_t sub2 = 0)
+        {
+            return m_kBuffers.LockBuffer(reference, sub1, sub2);
+        }
+        void UnlockBuffer(BufferReference* reference) { m_kBuffers.UnlockBuffer(reference); }
+        void DeleteBuffer(BufferReference* reference) { m_kBuffers.DeleteBuffer(reference); }
+        bool UpdateBuffer(Buffer* block, bool reload, uint32_t mode = eMapWriteDiscard)
+        {
+            return m_kBuffers.UpdateBuffer(block, reload, mode);
+        }
+        // The device's own objects of a geometry (vertex arrays) go with it.
+        virtual void ReleaseGeometry(Geometry*) {}
+
         // The render thread that drives this device.
         void SetRenderThread(RenderThread* thread) { m_pRenderThread.store(thread, std::memory_order_release); }
         RenderThread* GetRenderThread() const { return m_pRenderThread.load(std::memory_order_acquire); }
@@ -166,6 +186,7 @@ namespace ZemRenderer
 
     private:
         std::atomic<RenderThread*> m_pRenderThread{nullptr};
+        BufferDevice m_kBuffers{this};
         std::atomic<int> m_aiProcessingThreads[NumThreadPool] = {};
         std::atomic<int> m_iProcessingThreadCount{0};
     };

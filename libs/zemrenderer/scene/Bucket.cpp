@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "zemrenderer/buffer/Buffer.h"
+#include "zemrenderer/buffer/BufferReference.h"
+#include "zemrenderer/buffer/InputLayout.h"
 #include "common/system/debug/Log.h"
 #include "common/utils/Hash.h"
 #include "zemrenderer/scene/LOctreeRoot.h"
@@ -41,6 +44,9 @@ namespace ZemRenderer
         // Octrees go first: their link libraries give blocks back to the pools below.
         TArray<LOctreeRoot*> octrees(static_cast<TArray<LOctreeRoot*>&&>(m_aOctrees));
         for (LOctreeRoot* octree : octrees) MEM_DELETE(octree);
+        if (m_kGeometryPool.GetUsedCount() || m_kDrawGeometryPool.GetUsedCount())
+            Common::Log("Bucket %s ends with %u geometries and %u draw geometries still held\n", m_szName,
+                        m_kGeometryPool.GetUsedCount(), m_kDrawGeometryPool.GetUsedCount());
         for (StringChunk* chunk = m_pFirstChunk; chunk;)
         {
             StringChunk* next = chunk->pNext;
@@ -52,6 +58,82 @@ namespace ZemRenderer
     }
 
     void Bucket::SetPath(const char* path) { CopyText(m_szPath, path); }
+
+    // ---------------------------------------------------------------- geometry
+
+    Geometry* Bucket::CreateGeometry(const GeometryInit& init)
+    {
+        Geometry* geometry = m_kGeometryPool.Allocate();
+        if (!geometry) return nullptr;
+        geometry->SetPool(&m_kGeometryPool);
+        geometry->AddRef();
+        if (!geometry->Init(init))
+        {
+            geometry->Release(nullptr);
+            return nullptr;
+        }
+        return geometry;
+    }
+
+    Geometry* Bucket::CreateGeometry(const GeometryInit& init, uint32_t vertexCount, InputLayout* layout, uint32_t flags)
+    {
+        if (!ZEM_ASSERT(layout != nullptr && layout->GetStride() > 0, "Buffer has no layout")) return nullptr;
+        const uint64_t size = static_cast<uint64_t>(vertexCount) * layout->GetStride();
+        if (!ZEM_ASSERT(size > 0 && size < 0x80000000ull, "Bad rawbuffer size. Maybe a GetBufferSize missing on a PropertyModifier"))
+            return nullptr;
+        BufferReference* stream = BufferReference::Create(static_cast<uint32_t>(size), flags, layout);
+        if (!stream) return nullptr;
+        return CreateGeometry(init, &stream, 1);
+    }
+
+    Geometry* Bucket::CreateGeometry(const GeometryInit& init, const uint32_t* indices, uint32_t indexCount)
+    {
+        if (!ZEM_ASSERT(indices != nullptr && indexCount > 0, "Index list needs indices")) return nullptr;
+        InputLayout* layout = InputLayout::Create("INDICE", IET_UINT_INDEX);
+        if (!layout) return nullptr;
+        BufferReference* index = BufferReference::Create(indexCount * 4u, BBF_INDEX, layout);
+        if (!index)
+        {
+            InputLayout::Destroy(layout);
+            return nullptr;
+        }
+        Geometry* geometry = CreateGeometry(init, nullptr, 0, index);
+        if (!geometry) return nullptr;
+        if (m_pRenderThread)
+            if (Buffer* block = m_pRenderThread->RetrieveBuffer(index))
+            {
+                std::memcpy(block->GetData(), indices, indexCount * 4u);
+                m_pRenderThread->AddUpdateBufferWork(block);
+            }
+        return geometry;
+    }
+
+    Geometry* Bucket::CreateGeometry(const GeometryInit& init, BufferReference* const* streams, uint32_t count,
+                                     BufferReference* index)
+    {
+        Geometry* geometry = CreateGeometry(init);
+        if (!geometry) return nullptr;
+        bool ok = true;
+        for (uint32_t i = 0; i < count && ok; ++i) ok = geometry->SetStream(i, streams[i]);
+        if (ok && index) ok = geometry->SetIndexBuffer(index);
+        if (!ok)
+        {
+            geometry->Release(nullptr);
+            return nullptr;
+        }
+        return geometry;
+    }
+
+    DrawGeometry* Bucket::CreateDrawGeometry(Geometry* geometry, Property* property, Effect* effect)
+    {
+        if (!ZEM_ASSERT(geometry != nullptr, "Null geometry")) return nullptr;
+        DrawGeometry* draw = m_kDrawGeometryPool.Allocate();
+        if (!draw) return nullptr;
+        draw->SetPool(&m_kDrawGeometryPool);
+        draw->AddRef();
+        draw->Init(geometry, property, effect);
+        return draw;
+    }
 
     // ---------------------------------------------------------------- reference count
 

@@ -13,6 +13,8 @@
 #include "common/utils/TArray.h"
 #include "common/utils/TMap.h"
 #include "common/utils/pool/TPool.h"
+#include "zemrenderer/geometry/DrawGeometry.h"
+#include "zemrenderer/geometry/Geometry.h"
 #include "zemrenderer/scene/RUserID.h"
 #include "zemrenderer/scene/UserData.h"
 #include "zemrenderer/thread/Query.h"
@@ -20,7 +22,10 @@
 namespace ZemRenderer
 {
     class BufferReference;
+    class Effect;
+    class InputLayout;
     class Link;
+    class Property;
     class LOctreeRoot;
     class RenderThread;
 
@@ -103,6 +108,22 @@ namespace ZemRenderer
         Link* RetrieveLink(LOctreeRoot* octree, const char* name, QueryPtr* query = nullptr, Link* link = nullptr,
                            uint32_t flags = 0);
 
+        // Geometry from this bucket's pool, with one count for the caller, which lets go of it
+        // with the render thread's AddDeleteGeometryWork. Made empty, from a vertex count and
+        // layout (one stream of `flags`), from an index list (an "INDICE" stream of 32-bit
+        // indices, sent to the device), or from references (each takes a count).
+        Geometry* CreateGeometry(const GeometryInit& init);
+        Geometry* CreateGeometry(const GeometryInit& init, uint32_t vertexCount, InputLayout* layout,
+                                 uint32_t flags = 0x1);
+        Geometry* CreateGeometry(const GeometryInit& init, const uint32_t* indices, uint32_t indexCount);
+        Geometry* CreateGeometry(const GeometryInit& init, BufferReference* const* streams, uint32_t count,
+                                 BufferReference* index = nullptr);
+        // A draw geometry over `geometry`, with one count for the caller
+        // (AddDeleteDrawGeometryWork).
+        DrawGeometry* CreateDrawGeometry(Geometry* geometry, Property* property = nullptr, Effect* effect = nullptr);
+        TPool<Geometry>& GetGeometryPool() { return m_kGeometryPool; }
+        TPool<DrawGeometry>& GetDrawGeometryPool() { return m_kDrawGeometryPool; }
+
         bool RegisterBufferReference(const char* name, BufferReference* reference);
         BufferReference* FindBufferReference(const char* name);
 
@@ -124,6 +145,8 @@ namespace ZemRenderer
 
         // Pools of what the bucket's workers allocate from several threads; each locks itself.
         TPool<UserData> m_kUserDataPool{64};
+        TPool<Geometry> m_kGeometryPool{64};
+        TPool<DrawGeometry> m_kDrawGeometryPool{64};
         TMap<unsigned int, BufferReference*> m_BufferRefCollection;
         StringChunk* m_pFirstChunk = nullptr;
         StringChunk* m_pLastChunk = nullptr;

@@ -1,8 +1,11 @@
 #include "zemrenderer/scene/Link.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "common/system/debug/Log.h"
+#include "zemrenderer/buffer/BufferWorkers.h"
+#include "zemrenderer/geometry/DrawGeometry.h"
 #include "zemrenderer/scene/Bucket.h"
 #include "zemrenderer/scene/LOctreeRoot.h"
 #include "zemrenderer/serialization/Serializer.h"
@@ -48,6 +51,20 @@ namespace ZemRenderer
         // Never left behind in a tree node.
         if (m_pOwner) m_pOwner->RemoveLink(this);
         ReleaseOwnUserData();
+        ReleaseDrawGeometries();
+    }
+
+    void Link::HoldDrawGeometries()
+    {
+        for (Node& node : m_kRenderNode.m_nodes)
+            if (node.m_pDrawGeometry) node.m_pDrawGeometry->AddRef();
+    }
+
+    void Link::ReleaseDrawGeometries()
+    {
+        RenderThread* thread = m_pBucket ? m_pBucket->GetRenderThread() : nullptr;
+        for (Node& node : m_kRenderNode.m_nodes)
+            if (DrawGeometry* draw = std::exchange(node.m_pDrawGeometry, nullptr)) BufferWork::Release(thread, draw);
     }
 
     void Link::SetPosition(const Math::WorldVector3& position)
@@ -139,7 +156,9 @@ namespace ZemRenderer
     void Link::CopyDataFrom(const Link& source)
     {
         if (&source == this) return;
+        ReleaseDrawGeometries();
         m_kRenderNode.m_nodes = source.m_kRenderNode.m_nodes;
+        HoldDrawGeometries();
         m_uiFlags = (m_uiFlags & ~(eStoredByte | eStoredBit)) | (source.m_uiFlags & (eStoredByte | eStoredBit));
         // Own blocks stay in front; the shared tail becomes the source's list.
         UserData* lastOwn = nullptr;
@@ -222,12 +241,16 @@ namespace ZemRenderer
         }
         const uint32_t before = m_uiFlags;
         ReleaseOwnUserData();
+        ReleaseDrawGeometries();
         m_kRenderNode.m_nodes.Clear();
         SerializationManager manager;
         bool ok = manager.ReadObject(stream, *this, owner);
+        // What was read stays alive through this link's counts from here on.
+        if (ok) HoldDrawGeometries();
         if (ok) ok = AdoptReadUserData();
         if (!ok)
         {
+            ReleaseDrawGeometries();
             m_kRenderNode.m_nodes.ClearAndFree();
             m_pUserData = nullptr;
             m_uiFlags = before;

@@ -134,6 +134,9 @@ namespace ZemRenderer
         friend class LOctreeRoot;
 
         void ReleaseOwnUserData();
+        // Each node's draw geometry counts this link once; these let go of those counts.
+        void HoldDrawGeometries();
+        void ReleaseDrawGeometries();
         bool AdoptReadUserData();
 
         Math::WorldVector3 m_kPosition;

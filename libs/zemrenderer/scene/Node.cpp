@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "zemrenderer/geometry/DrawGeometry.h"
+#include "zemrenderer/geometry/Geometry.h"
 #include "zemrenderer/serialization/Serializer.h"
 
 namespace ZemRenderer
@@ -14,18 +16,13 @@ namespace ZemRenderer
 
     void Node::Serialize(Serializer& s)
     {
-        SerializationManager& m = s.GetManager();
         s.Serialize(m_kPosition.x);
         s.Serialize(m_kPosition.y);
         s.Serialize(m_kPosition.z);
         s.Serialize(m_kRotation);
         s.Serialize(m_uiDrawGroup);
-        // Draw geometry keeps its place in the layout; the geometry classes come later.
-        unsigned long long key = static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(m_pDrawGeometry));
-        if (!s.IsReading() && key) return m.Fail("Draw geometry of a link node cannot be written yet.");
-        m.MoveRaw(&key, sizeof(key));
-        if (s.IsLoading() && key && !m.HasFailed())
-            return m.Fail("Link node with draw geometry in Zemora Engine File: not supported by this engine!");
+        // Counted by the link once the whole file has been read.
+        s.SerializePointer(m_pDrawGeometry);
         s.Serialize(m_fRadius);
         s.Serialize(m_uiKey);
         s.Serialize(m_usDistanceMin);

@@ -84,6 +84,8 @@ namespace ZemRenderer
     bool EndSceneWorker::DoWork(Renderer* renderer)
     {
         if (!renderer->EndScene()) Common::CThread::Sleep(kSceneFailureSleepMs);
+        // Buffers given back during this frame may be handed out from the next one on.
+        renderer->GetBuffers().GetManager().EndOfFrame();
         if (IAnimManager* anim = m_pOwner ? m_pOwner->GetAnimManager() : nullptr) anim->EndFrame();
         return true;
     }
@@ -145,10 +147,17 @@ namespace ZemRenderer
 
     void RenderThread::SetRenderer(Renderer* renderer) { m_pRenderer.store(renderer, std::memory_order_release); }
 
+    Renderer* RenderThread::GetRenderer() const
+    {
+        if (!ZEM_ASSERT(IsInMyThread(), "Unsafe call to RenderThread::GetRenderer : call should be in RenderThread"))
+            return nullptr;
+        return RendererUnchecked();
+    }
+
     void RenderThread::SetInitParameters(const RendererInitRecord& record)
     {
         m_kInitRecord = record;
-        Renderer* renderer = GetRenderer();
+        Renderer* renderer = RendererUnchecked();
         if (!m_kInitRecord.pWindow && !m_kInitRecord.bNoWindow && renderer)
             m_kInitRecord.pWindow = renderer->CreateWindow(m_kInitRecord);
         if (m_pInitWorker) m_pInitWorker->ReleaseToPool();
@@ -158,7 +167,7 @@ namespace ZemRenderer
 
     bool RenderThread::Init()
     {
-        Renderer* renderer = GetRenderer();
+        Renderer* renderer = RendererUnchecked();
         if (!ZEM_ASSERT(renderer != nullptr, "SetRenderer must come before Init")) return false;
         if (!ZEM_ASSERT(m_pInitWorker != nullptr, "SetInitParameters must come before Init")) return false;
         if (!ZEM_ASSERT(!m_bThreadStarted.load() && !m_bStopRequested.load(), "RenderThread already started"))
@@ -192,7 +201,7 @@ namespace ZemRenderer
     {
         m_iThreadId.store(CurrentThreadId(), std::memory_order_release);
         InitRendererWorker* init = std::exchange(m_pInitWorker, nullptr);
-        const bool created = init && RunWorker<Renderer>(init, GetRenderer());
+        const bool created = init && RunWorker<Renderer>(init, RendererUnchecked());
         if (init) init->ReleaseToPool();
         m_bAcceptWork.store(created, std::memory_order_seq_cst);
         if (!created) m_bInitFailed.store(true, std::memory_order_release);
@@ -289,7 +298,7 @@ namespace ZemRenderer
             return;
         while (!settled())
         {
-            Renderer* renderer = GetRenderer();
+            Renderer* renderer = RendererUnchecked();
             const bool pumping = renderer && renderer->IsPumpingMessages();
             if (pumping) renderer->PumpMessage();
             m_kOverheadSignal.Wait(settled, pumping ? 1u : kOverheadWaitMs);
@@ -362,7 +371,7 @@ namespace ZemRenderer
             using Context = typename std::remove_pointer_t<decltype(w)>::ContextType;
             if constexpr (std::is_same_v<Context, Renderer>)
             {
-                Renderer* renderer = GetRenderer();
+                Renderer* renderer = RendererUnchecked();
                 if (!renderer)
                 {
                     // Without a device nothing of the device can run.
@@ -405,7 +414,7 @@ namespace ZemRenderer
             if (worker->GetDelay() > 0.0f && !worker->IsCancelled() && result)
             {
                 if (endsFrame) LowerOverhead();
-                Renderer* renderer = GetRenderer();
+                Renderer* renderer = RendererUnchecked();
                 const float frameTime = renderer ? renderer->GetFrameTime() : 0.0f;
                 const float delay = worker->GetDelay() - frameTime;
                 worker->SetDelay(delay > 0.0f ? delay : 0.0f);
@@ -530,7 +539,7 @@ namespace ZemRenderer
         m_kReleaseQueue.WaitForClaims();
         m_kSharedQueue.WaitForClaims();
 
-        Renderer* renderer = GetRenderer();
+        Renderer* renderer = RendererUnchecked();
         if (renderer) renderer->Flush();
 
         // Frames that will never be drawn.
@@ -565,6 +574,8 @@ namespace ZemRenderer
 
         if (renderer)
         {
+            // Recycled buffers go before the device that made them.
+            renderer->GetBuffers().GetManager().Clear();
             renderer->Release();
             renderer->SetRenderThread(nullptr);
         }
@@ -660,7 +671,7 @@ namespace ZemRenderer
     bool RenderThread::RetrieveDeviceData(Texture* source, uint32_t subresource, void* dest, uint32_t size)
     {
         if (!ZEM_ASSERT(IsInMyThread(), "Uncorrect thread for RetrieveDeviceData")) return false;
-        Renderer* renderer = GetRenderer();
+        Renderer* renderer = RendererUnchecked();
         return renderer && renderer->RetrieveDeviceData(source, subresource, dest, size);
     }
 

@@ -19,7 +19,12 @@
 namespace ZemRenderer
 {
     class Bucket;
+    class Buffer;
+    class BufferReference;
+    class DrawGeometry;
+    class Geometry;
     class IAnimManager;
+    class InputLayout;
     class LoadingThread;
     class ProcessThread;
     class WorkerThread;
@@ -43,7 +48,8 @@ namespace ZemRenderer
         // Before Init. The record is copied; without a window of its own the caller's
         // thread gets one from the Renderer, and becomes the message pump thread.
         void SetRenderer(Renderer* renderer);
-        Renderer* GetRenderer() const { return m_pRenderer.load(std::memory_order_acquire); }
+        // On this thread only: anywhere else it reports and gives null.
+        Renderer* GetRenderer() const;
         void SetInitParameters(const RendererInitRecord& record);
         // Starts the thread; true only if it runs and the device was created.
         bool Init();
@@ -101,6 +107,48 @@ namespace ZemRenderer
         bool AddPerfEventStartWork(uint32_t colour, const char* name);
         bool AddPerfEventEndWork();
         bool AddDeleteBucketWork(Bucket* bucket);
+        // ---- Buffers and geometry, from any thread.
+        // A reference with one count, for the caller.
+        BufferReference* CreateBufferReference(uint32_t size, uint32_t flags, InputLayout* layout);
+        // A block to fill for `reference`: `size` bytes (0: the reference's size) at `offset`.
+        Buffer* RetrieveBuffer(BufferReference* reference, uint32_t size = 0, uint32_t offset = 0, uint16_t sub1 = 0,
+                               uint16_t sub2 = 0);
+        // A block of elements `first` to `first + count` of a stream, by the layout's stride.
+        Buffer* RetrieveBuffer(Geometry* geometry, uint32_t stream, uint32_t first, uint32_t count);
+        Buffer* RetrieveIndexBuffer(Geometry* geometry, uint32_t first, uint32_t count);
+        // The whole stream, in a block the geometry keeps for the next call; send it with the
+        // copy flag so that the geometry keeps its own.
+        Buffer* RetrieveAndStoreBuffer(Geometry* geometry, uint32_t stream);
+        // A block that is not sent after all.
+        static void GiveBackBuffer(Buffer* block);
+        // Sends a filled block to its reference. Immutable data made on this thread goes up at
+        // once; otherwise an UpdateBufferWorker on the update queue (render queue with
+        // `toRenderQueue`). `copy` sends a copy and leaves the block to the caller. `usage`
+        // is a BufferMapMode.
+        bool AddUpdateBufferWork(Buffer* block, bool reload = false, bool copy = false, const QueryPtr& query = QueryPtr(),
+                                 uint32_t usage = 4, bool toRenderQueue = false);
+        bool AddAllocateDeviceBufferWork(BufferReference* reference);
+        // Every 32-bit word of the buffer becomes `value`.
+        bool AddClearBufferWork(BufferReference* reference, uint32_t value = 0);
+        // Swaps a geometry's streams (each counted by the caller); dropped at the call for a
+        // geometry of 4 streams or more.
+        bool AddReplaceBuffersWork(Geometry* geometry, BufferReference* const* streams, uint32_t count);
+        bool AddChangeGeometryCountWork(Geometry* geometry, uint32_t stream, uint32_t count);
+        bool AddUpdateBufferStatusWork(BufferReference* reference, uint32_t status);
+        // Gives a buffer of the device's BufferManager back after the frame.
+        bool AddReleaseBufferWork(BufferReference* buffer, uint32_t size, uint32_t stride, uint32_t flags);
+        // Drops one count of the reference; the last deletes it.
+        bool AddDeleteBufferWork(BufferReference* reference);
+        // The device object goes, the record stays.
+        bool AddReleaseBufferReferenceHandleWork(BufferReference* reference);
+        bool AddDeleteGeometryWork(Geometry* geometry);
+        bool AddDeleteDrawGeometryWork(DrawGeometry* draw);
+        // Restores a lost device; waits for the device's CanReset.
+        bool AddUpdateDeviceWork(uint32_t a, uint32_t b);
+        // Draws at once inside the open scene ("AddRenderImmediateWork : Scene not opened").
+        bool AddRenderImmediateWork(Geometry* geometry, Property* property, uint32_t flags);
+        bool AddRenderImmediateWork(DrawGeometry* draw, uint32_t flags);
+
         // The end of the stop chain: the render loop ends when this worker runs. From then
         // on only the render thread itself may add work.
         void AddReleaseRendererWork();
@@ -118,6 +166,8 @@ namespace ZemRenderer
 
     private:
         friend class DeleteBucketWorker;
+
+        Renderer* RendererUnchecked() const { return m_pRenderer.load(std::memory_order_acquire); }
 
         typedef FlowQueue<WorkerFields> RenderQueueType;
 

@@ -170,7 +170,8 @@ namespace ZemRenderer::SceneTest
             Put64(v, 0xDEAD);
             v.insert(v.end(), 4 + 4 + 2 + 2 + 4 + 2, 0);
             Put64(v, 0);
-            cases.push_back({"draw geometry", v, "Link node with draw geometry"});
+            // The node names a draw geometry that the file never holds.
+            cases.push_back({"dangling draw geometry", v, "Unexpected end of Zemora Engine File!"});
         }
         // Every cut of a good file.
         for (size_t n = 1; n < good.size(); ++n)

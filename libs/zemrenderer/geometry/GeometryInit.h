@@ -1,0 +1,35 @@
+#pragma once
+// The shape of a geometry before it has buffers: how its vertices make primitives and
+// how many there are. Only the shapes below exist; any other topology is refused.
+#include <cstdint>
+
+namespace ZemRenderer
+{
+    enum GeometryTopology : uint32_t
+    {
+        eTopologyUnknown = 0,
+        eTopologyLineList = 2,
+        eTopologyLineStrip = 3,
+        eTopologyTriangleList = 4,
+        eTopologyTriangleStrip = 5,
+    };
+
+    struct GeometryInit
+    {
+        uint32_t uTopology = eTopologyUnknown;
+        uint32_t uVertexCount = 0;
+        uint32_t uIndexCount = 0;
+        bool bIndexed = false;
+
+        static GeometryInit CreateLineList(uint32_t vertexCount);
+        static GeometryInit CreateLineStrip(uint32_t vertexCount);
+        static GeometryInit CreateTriangleList(uint32_t vertexCount);
+        static GeometryInit CreateTriangleStrip(uint32_t vertexCount);
+        static GeometryInit CreateIndexedTriangleList(uint32_t vertexCount, uint32_t indexCount);
+
+        // Reports "Unknown topology" for a code that is none of the shapes above.
+        static bool IsKnownTopology(uint32_t topology);
+        // Primitives drawn from `count` vertices (or indices).
+        static uint32_t GetPrimitiveCount(uint32_t topology, uint32_t count);
+    };
+}
