@@ -268,3 +268,28 @@ namespace ZemRenderer::Testing
         EXPECT_EQ(image.uWidth, 0u);
     }
 }
+
+namespace ZemRenderer::Testing
+{
+    // The devices the driver lists are adapters too, tried after the surfaceless one.
+    TEST(GLDeviceLifetime, ListedEGLDevicesGiveACoreContext)
+    {
+        UseSmallSoftwareRasteriser();
+        const int devices = GL::GLContext::CountDevices();
+        if (devices == 0) GTEST_SKIP() << "GL test skipped: the driver lists no EGL device";
+        std::string reason;
+        bool created = false;
+        int version = 0;
+        std::thread thread([&] {
+            GL::GLContext context;
+            created = context.CreateOnDevice(0, true, reason);
+            if (created) version = epoxy_gl_version();
+        });
+        thread.join();
+        EXPECT_TRUE(created) << reason;
+        if (created) EXPECT_GE(version, 45);
+        GL::GLContext none;
+        EXPECT_FALSE(none.CreateOnDevice(devices, false, reason));
+        EXPECT_EQ(reason, "no such EGL device");
+    }
+}
