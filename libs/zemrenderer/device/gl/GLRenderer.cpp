@@ -472,7 +472,7 @@ namespace ZemRenderer
 
     bool GLRenderer::EnsureTexture(Texture* texture)
     {
-        if (!texture) return false;
+        if (!texture || !Ready()) return false;
         if (texture->GetDeviceObject()) return true;
         return MakeStorage(texture);
     }

@@ -17,16 +17,21 @@ namespace ZemRenderer::Testing
     {
         BeginCard();
         Common::ScopedLogCapture log;
-        bool began = true;
+        bool began = true, made = true;
         void* scratch = reinterpret_cast<void*>(1);
+        Texture* texture = MakeTarget(eFormatA8B8G8R8, eBindShaderResource, 4, "elsewhere");
         std::thread other([&] {
             began = Device().BeginScene(0.1f, 0.0f);
             scratch = Device().StartUserPrimitive(eTopologyTriangleList, 16, 3);
             Device().Clear(ClearRequest{});
+            made = Device().EnsureTexture(texture);
         });
         other.join();
         EXPECT_FALSE(began);
         EXPECT_EQ(scratch, nullptr);
+        EXPECT_FALSE(made) << "a texture made on the wrong thread is refused, not half-made";
+        EXPECT_EQ(texture->GetDeviceObject(), 0u);
+        texture->Release();
         EXPECT_TRUE(log.Contains("Wrong Thread"));
         EXPECT_FALSE(Device().IsSceneOpen());
     }
