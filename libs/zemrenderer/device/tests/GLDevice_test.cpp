@@ -298,3 +298,29 @@ namespace ZemRenderer::Testing
         EXPECT_EQ(reason, "no such EGL device");
     }
 }
+
+namespace ZemRenderer::Testing
+{
+    TEST_F(GLDevice, TextLaysOutLinesAndStandsInForWhatTheFontLacks)
+    {
+        GL::GLTextAtlas atlas;
+        std::string reason;
+        EXPECT_FALSE(atlas.Build("/nonexistent/font.ttf", 48, reason));
+        EXPECT_NE(reason.find("cannot read font"), std::string::npos);
+        if (!atlas.Build(GL::GetScreenFontPath(), 48, reason)) GTEST_SKIP() << "no screen font: " << reason;
+        std::vector<GL::TextVertex> quads;
+        atlas.Layout("A\nA", 10.0f, 20.0f, 24.0f, quads);
+        ASSERT_EQ(quads.size(), 12u) << "two glyphs, six vertices each";
+        EXPECT_FLOAT_EQ(quads[0].fX, quads[6].fX) << "a new line starts at the same x";
+        EXPECT_GT(quads[6].fY, quads[0].fY + 20.0f) << "one line lower";
+        EXPECT_GE(quads[0].fY, 20.0f) << "y is the top of the line";
+        EXPECT_FLOAT_EQ(atlas.Measure("\xC3\xA9", 24.0f), atlas.Measure("?", 24.0f)) << "é shows as '?'";
+        EXPECT_NEAR(atlas.Measure("AA", 24.0f), 2.0f * atlas.Measure("A", 24.0f), 0.01f);
+        EXPECT_NEAR(atlas.Measure("A", 48.0f), 2.0f * atlas.Measure("A", 24.0f), 0.01f) << "scale is the size";
+        EXPECT_FLOAT_EQ(atlas.Measure("ab\nabc", 24.0f), atlas.Measure("abc", 24.0f)) << "the longest line";
+        quads.clear();
+        atlas.Layout("\x80\x80 ", 0.0f, 0.0f, 24.0f, quads);
+        EXPECT_EQ(quads.size(), 12u) << "two stray continuation bytes are two '?'; a space draws nothing";
+        atlas.Release();
+    }
+}
