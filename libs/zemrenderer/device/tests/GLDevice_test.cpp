@@ -324,3 +324,19 @@ namespace ZemRenderer::Testing
         atlas.Release();
     }
 }
+
+namespace ZemRenderer::Testing
+{
+    TEST(GLDeviceLifetime, ADeviceNeverMadeRefusesFramesAndDraws)
+    {
+        GLRenderer device;
+        Common::ScopedLogCapture log;
+        EXPECT_FALSE(device.BeginScene(0.1f, 0.1f));
+        EXPECT_TRUE(log.Contains("Renderer not initialized ! can't swap."));
+        EXPECT_FALSE(device.EndScene());
+        EXPECT_EQ(device.StartUserPrimitive(eTopologyLineList, 16, 2), nullptr);
+        EXPECT_FALSE(device.EndViewport());
+        device.Release();
+        EXPECT_FALSE(device.IsDeviceCreated());
+    }
+}
