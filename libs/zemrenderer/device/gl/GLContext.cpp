@@ -55,6 +55,39 @@ namespace ZemRenderer::GL
             return false;
         }
         EGLDisplay display = eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+        return CreateOnDisplay(display, debug, reason);
+    }
+
+    int GLContext::CountDevices()
+    {
+        std::string reason;
+        if (!IsGLAllowed(reason)) return 0;
+        const char* clientExtensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
+        if (!clientExtensions || !epoxy_extension_in_string(clientExtensions, "EGL_EXT_device_enumeration") ||
+            !epoxy_extension_in_string(clientExtensions, "EGL_EXT_platform_device"))
+            return 0;
+        EGLint count = 0;
+        if (!eglQueryDevicesEXT(0, nullptr, &count)) return 0;
+        return count;
+    }
+
+    bool GLContext::CreateOnDevice(int index, bool debug, std::string& reason)
+    {
+        if (!IsGLAllowed(reason)) return false;
+        EGLDeviceEXT devices[16];
+        EGLint count = 0;
+        if (index < 0 || !eglQueryDevicesEXT(16, devices, &count) || index >= count)
+        {
+            reason = "no such EGL device";
+            return false;
+        }
+        EGLDisplay display = eglGetPlatformDisplayEXT(EGL_PLATFORM_DEVICE_EXT, devices[index], nullptr);
+        return CreateOnDisplay(display, debug, reason);
+    }
+
+    bool GLContext::CreateOnDisplay(void* displayHandle, bool debug, std::string& reason)
+    {
+        EGLDisplay display = static_cast<EGLDisplay>(displayHandle);
         EGLint major = 0, minor = 0;
         if (display == EGL_NO_DISPLAY || !eglInitialize(display, &major, &minor))
         {

@@ -17,6 +17,10 @@ namespace ZemRenderer::GL
 
         // Each leaves the new context current on the calling thread, or says why not.
         bool CreateSurfaceless(bool debug, std::string& reason);
+        // On EGL device `index` of those the driver lists (EGL_EXT_platform_device).
+        bool CreateOnDevice(int index, bool debug, std::string& reason);
+        // How many EGL devices the driver lists; 0 without the device platform.
+        static int CountDevices();
         bool CreateForWindow(SDL_Window* window, bool debug, std::string& reason);
         void Destroy();
 
@@ -28,6 +32,8 @@ namespace ZemRenderer::GL
         bool GetDrawableSize(int& width, int& height) const;
 
     private:
+        bool CreateOnDisplay(void* display, bool debug, std::string& reason);
+
         void* m_pEGLDisplay = nullptr;
         void* m_pEGLContext = nullptr;
         void* m_pSDLContext = nullptr;

@@ -119,21 +119,32 @@ namespace ZemRenderer
 #else
         m_bDebug = true;
 #endif
-        // The adapters in the order they are tried: the window's own context, then EGL
-        // surfaceless (Mesa's software rasteriser on a machine without a GPU).
+        // The adapters in the order they are tried: the window's own context; without a
+        // window, EGL surfaceless (Mesa, its software rasteriser on a machine without a
+        // GPU), then each device the driver lists.
         std::string reason;
         bool created = false;
+        auto failed = [&]() {
+            Common::Log("Init device failed with adpater : %s\n", (m_szAdapter + ": " + reason).c_str());
+        };
         if (record.pWindow)
         {
             m_szAdapter = "SDL window";
             created = m_kContext.CreateForWindow(static_cast<SDL_Window*>(record.pWindow), m_bDebug, reason);
-            if (!created) Common::Log("Init device failed with adpater : %s\n", (m_szAdapter + ": " + reason).c_str());
+            if (!created) failed();
         }
         else
         {
             m_szAdapter = "EGL surfaceless";
             created = m_kContext.CreateSurfaceless(m_bDebug, reason);
-            if (!created) Common::Log("Init device failed with adpater : %s\n", (m_szAdapter + ": " + reason).c_str());
+            if (!created) failed();
+            const int devices = created ? 0 : GLContext::CountDevices();
+            for (int i = 0; i < devices && !created; ++i)
+            {
+                m_szAdapter = "EGL device " + std::to_string(i);
+                created = m_kContext.CreateOnDevice(i, m_bDebug, reason);
+                if (!created) failed();
+            }
         }
         if (!created)
         {
@@ -461,7 +472,7 @@ namespace ZemRenderer
 
     bool GLRenderer::EnsureTexture(Texture* texture)
     {
-        if (!texture) return false;
+        if (!texture || !Ready()) return false;
         if (texture->GetDeviceObject()) return true;
         return MakeStorage(texture);
     }

@@ -17,16 +17,21 @@ namespace ZemRenderer::Testing
     {
         BeginCard();
         Common::ScopedLogCapture log;
-        bool began = true;
+        bool began = true, made = true;
         void* scratch = reinterpret_cast<void*>(1);
+        Texture* texture = MakeTarget(eFormatA8B8G8R8, eBindShaderResource, 4, "elsewhere");
         std::thread other([&] {
             began = Device().BeginScene(0.1f, 0.0f);
             scratch = Device().StartUserPrimitive(eTopologyTriangleList, 16, 3);
             Device().Clear(ClearRequest{});
+            made = Device().EnsureTexture(texture);
         });
         other.join();
         EXPECT_FALSE(began);
         EXPECT_EQ(scratch, nullptr);
+        EXPECT_FALSE(made) << "a texture made on the wrong thread is refused, not half-made";
+        EXPECT_EQ(texture->GetDeviceObject(), 0u);
+        texture->Release();
         EXPECT_TRUE(log.Contains("Wrong Thread"));
         EXPECT_FALSE(Device().IsSceneOpen());
     }
@@ -266,5 +271,72 @@ namespace ZemRenderer::Testing
         EXPECT_FALSE(error.empty());
         EXPECT_FALSE(ReadPng("/nonexistent/zem.png", image, &error));
         EXPECT_EQ(image.uWidth, 0u);
+    }
+}
+
+namespace ZemRenderer::Testing
+{
+    // The devices the driver lists are adapters too, tried after the surfaceless one.
+    TEST(GLDeviceLifetime, ListedEGLDevicesGiveACoreContext)
+    {
+        UseSmallSoftwareRasteriser();
+        const int devices = GL::GLContext::CountDevices();
+        if (devices == 0) GTEST_SKIP() << "GL test skipped: the driver lists no EGL device";
+        std::string reason;
+        bool created = false;
+        int version = 0;
+        std::thread thread([&] {
+            GL::GLContext context;
+            created = context.CreateOnDevice(0, true, reason);
+            if (created) version = epoxy_gl_version();
+        });
+        thread.join();
+        EXPECT_TRUE(created) << reason;
+        if (created) EXPECT_GE(version, 45);
+        GL::GLContext none;
+        EXPECT_FALSE(none.CreateOnDevice(devices, false, reason));
+        EXPECT_EQ(reason, "no such EGL device");
+    }
+}
+
+namespace ZemRenderer::Testing
+{
+    TEST_F(GLDevice, TextLaysOutLinesAndStandsInForWhatTheFontLacks)
+    {
+        GL::GLTextAtlas atlas;
+        std::string reason;
+        EXPECT_FALSE(atlas.Build("/nonexistent/font.ttf", 48, reason));
+        EXPECT_NE(reason.find("cannot read font"), std::string::npos);
+        if (!atlas.Build(GL::GetScreenFontPath(), 48, reason)) GTEST_SKIP() << "no screen font: " << reason;
+        std::vector<GL::TextVertex> quads;
+        atlas.Layout("A\nA", 10.0f, 20.0f, 24.0f, quads);
+        ASSERT_EQ(quads.size(), 12u) << "two glyphs, six vertices each";
+        EXPECT_FLOAT_EQ(quads[0].fX, quads[6].fX) << "a new line starts at the same x";
+        EXPECT_GT(quads[6].fY, quads[0].fY + 20.0f) << "one line lower";
+        EXPECT_GE(quads[0].fY, 20.0f) << "y is the top of the line";
+        EXPECT_FLOAT_EQ(atlas.Measure("\xC3\xA9", 24.0f), atlas.Measure("?", 24.0f)) << "é shows as '?'";
+        EXPECT_NEAR(atlas.Measure("AA", 24.0f), 2.0f * atlas.Measure("A", 24.0f), 0.01f);
+        EXPECT_NEAR(atlas.Measure("A", 48.0f), 2.0f * atlas.Measure("A", 24.0f), 0.01f) << "scale is the size";
+        EXPECT_FLOAT_EQ(atlas.Measure("ab\nabc", 24.0f), atlas.Measure("abc", 24.0f)) << "the longest line";
+        quads.clear();
+        atlas.Layout("\x80\x80 ", 0.0f, 0.0f, 24.0f, quads);
+        EXPECT_EQ(quads.size(), 12u) << "two stray continuation bytes are two '?'; a space draws nothing";
+        atlas.Release();
+    }
+}
+
+namespace ZemRenderer::Testing
+{
+    TEST(GLDeviceLifetime, ADeviceNeverMadeRefusesFramesAndDraws)
+    {
+        GLRenderer device;
+        Common::ScopedLogCapture log;
+        EXPECT_FALSE(device.BeginScene(0.1f, 0.1f));
+        EXPECT_TRUE(log.Contains("Renderer not initialized ! can't swap."));
+        EXPECT_FALSE(device.EndScene());
+        EXPECT_EQ(device.StartUserPrimitive(eTopologyLineList, 16, 2), nullptr);
+        EXPECT_FALSE(device.EndViewport());
+        device.Release();
+        EXPECT_FALSE(device.IsDeviceCreated());
     }
 }

@@ -19,7 +19,12 @@ namespace ZemRenderer::Testing
 {
     constexpr uint32_t kCardSize = 256;
 
-    inline void UseSmallSoftwareRasteriser() { setenv("LP_NUM_THREADS", "2", 0); }
+    // Two rasteriser threads, and the driver's shader cache inside the build tree.
+    inline void UseSmallSoftwareRasteriser()
+    {
+        setenv("LP_NUM_THREADS", "2", 0);
+        setenv("MESA_SHADER_CACHE_DIR", (std::filesystem::current_path() / "mesa-shader-cache").c_str(), 0);
+    }
 
     // Texture::Create with a name and a size.
     inline Texture* MakeTarget(uint32_t format, uint32_t flags, uint32_t size = kCardSize, const char* name = "target")
