@@ -7,6 +7,7 @@
 
 #include "zemrenderer/buffer/BufferDevice.h"
 #include "zemrenderer/device/DeviceOp.h"
+#include "zemrenderer/device/PrimitiveTopology.h"
 #include "zemrenderer/device/RendererInitRecord.h"
 
 namespace ZemRenderer
@@ -36,16 +37,6 @@ namespace ZemRenderer
         int32_t iTop = 0;
         int32_t iRight = 0;
         int32_t iBottom = 0;
-    };
-
-    // Topologies of user primitives, numbered as the device's primitive topologies.
-    enum PrimitiveTopology : uint32_t
-    {
-        eTopologyPointList = 1,
-        eTopologyLineList = 2,
-        eTopologyLineStrip = 3,
-        eTopologyTriangleList = 4,
-        eTopologyTriangleStrip = 5,
     };
 
     // What a user primitive's vertex starts with: a clip-space position (y up, depth 0

@@ -1,19 +1,12 @@
 #pragma once
 // The shape of a geometry before it has buffers: how its vertices make primitives and
-// how many there are. Only the shapes below exist; any other topology is refused.
+// how many there are. Geometries are lines or triangles; any other topology is refused.
 #include <cstdint>
+
+#include "zemrenderer/device/PrimitiveTopology.h"
 
 namespace ZemRenderer
 {
-    enum GeometryTopology : uint32_t
-    {
-        eTopologyUnknown = 0,
-        eTopologyLineList = 2,
-        eTopologyLineStrip = 3,
-        eTopologyTriangleList = 4,
-        eTopologyTriangleStrip = 5,
-    };
-
     struct GeometryInit
     {
         uint32_t uTopology = eTopologyUnknown;
