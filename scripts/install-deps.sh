@@ -12,6 +12,8 @@ PACKAGES=(
   # shader toolchain, screen text, screenshots, GUI files, math, image codecs
   libshaderc-dev glslang-dev spirv-tools libspirv-cross-c-shared-dev libfreetype-dev fonts-liberation2 libpng-dev
   libtinyxml-dev libglm-dev libstb-dev
+  # content tools: mesh import
+  libassimp-dev
 )
 # `install-deps.sh fuzz` adds what the libFuzzer build needs.
 if [ "${1:-}" = "fuzz" ]; then
