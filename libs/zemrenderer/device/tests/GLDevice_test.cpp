@@ -292,7 +292,10 @@ namespace ZemRenderer::Testing
         });
         thread.join();
         EXPECT_TRUE(created) << reason;
-        if (created) EXPECT_GE(version, 45);
+        if (created)
+        {
+            EXPECT_GE(version, 45);
+        }
         GL::GLContext none;
         EXPECT_FALSE(none.CreateOnDevice(devices, false, reason));
         EXPECT_EQ(reason, "no such EGL device");

@@ -113,9 +113,15 @@ namespace ZemRenderer::Testing
         return count;
     }
 
+    // The golden/ folder beside a test source. The compiler may name the source relative to
+    // the build tree (ZEM_BUILD_DIR, given to the test programs).
     inline std::filesystem::path GoldenDirectoryOf(const char* sourceFile)
     {
-        return std::filesystem::path(sourceFile).parent_path() / "golden";
+        std::filesystem::path source(sourceFile);
+#ifdef ZEM_BUILD_DIR
+        if (source.is_relative()) source = std::filesystem::path(ZEM_BUILD_DIR) / source;
+#endif
+        return source.lexically_normal().parent_path() / "golden";
     }
 
     inline void GLDeviceTest::SetUpTestSuite()
