@@ -65,8 +65,12 @@ namespace ZemRenderer
         SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_CORE);
         const int width = record.uWidth ? static_cast<int>(record.uWidth) : 1280;
         const int height = record.uHeight ? static_cast<int>(record.uHeight) : 720;
-        return SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height,
-                                SDL_WINDOW_OPENGL | SDL_WINDOW_RESIZABLE);
+        // A window the size of the desktop's mode has no frame.
+        Uint32 flags = SDL_WINDOW_OPENGL | SDL_WINDOW_RESIZABLE;
+        SDL_DisplayMode mode;
+        if (SDL_GetDesktopDisplayMode(0, &mode) == 0 && mode.w == width && mode.h == height)
+            flags = SDL_WINDOW_OPENGL | SDL_WINDOW_BORDERLESS;
+        return SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height, flags);
     }
 
     bool GLRenderer::Init(const RendererInitRecord& record)
@@ -425,6 +429,13 @@ namespace ZemRenderer
             m_kContext.Swap();
         }
         DrainErrors("EndViewport", &m_uGLErrors);
+        // Only a robust context can tell; the others always answer no reset.
+        const GLenum reset = glGetGraphicsResetStatus();
+        if (reset != GL_NO_ERROR)
+        {
+            Common::Log("device removed reason: %d\n", static_cast<int>(reset));
+            return false;
+        }
         return true;
     }
 }
