@@ -64,7 +64,7 @@ namespace ZemRenderer
             }
             // Volatile: its value must survive the long jump of an error.
             std::vector<png_bytep>* volatile rows = new std::vector<png_bytep>();
-            bool ok = false;
+            volatile bool ok = false;
             if (setjmp(png_jmpbuf(png)) == 0)
             {
                 png_set_read_fn(png, source, reader);
@@ -103,7 +103,7 @@ namespace ZemRenderer
     bool WritePng(const char* path, const uint8_t* rgba, uint32_t width, uint32_t height, uint32_t stride)
     {
         if (!path || !rgba || width == 0 || height == 0) return false;
-        if (!stride) stride = width * 4;
+        const size_t rowBytes = stride ? stride : size_t(width) * 4;
         std::unique_ptr<FILE, FileCloser> file(std::fopen(path, "wb"));
         if (!file)
         {
@@ -118,7 +118,8 @@ namespace ZemRenderer
             if (png) png_destroy_write_struct(&png, nullptr);
             return false;
         }
-        bool ok = false;
+        // Volatile: set after the jump point and read after a jump.
+        volatile bool ok = false;
         if (setjmp(png_jmpbuf(png)) == 0)
         {
             png_init_io(png, file.get());
@@ -129,7 +130,7 @@ namespace ZemRenderer
             png_set_IHDR(png, info, width, height, 8, PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE,
                          PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
             png_write_info(png, info);
-            for (uint32_t y = 0; y < height; ++y) png_write_row(png, rgba + size_t(y) * stride);
+            for (uint32_t y = 0; y < height; ++y) png_write_row(png, rgba + y * rowBytes);
             png_write_end(png, nullptr);
             ok = true;
         }

@@ -60,7 +60,9 @@ namespace ZemRenderer
         if (!thread || thread->IsInMyThread())
         {
             device->DeleteTexture(this);
-            delete this;
+            // A device driven from another thread refuses (and reports); its Release
+            // frees the object and the texture with it.
+            if (!m_uDeviceObject) delete this;
             return;
         }
         DeleteTextureWorker* worker = DeleteTextureWorker::New(this);

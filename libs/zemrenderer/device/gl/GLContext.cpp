@@ -4,7 +4,11 @@
 #include <epoxy/egl.h>
 #include <epoxy/gl.h>
 
+#include <dlfcn.h>
+#include <link.h>
+
 #include <cstdlib>
+#include <cstring>
 
 namespace ZemRenderer::GL
 {
@@ -16,6 +20,28 @@ namespace ZemRenderer::GL
             std::snprintf(text, sizeof(text), "%s failed (EGL error 0x%x)", call, static_cast<unsigned>(eglGetError()));
             return text;
         }
+
+        // The GL driver stays loaded until the process ends once a context was made: Mesa's
+        // driver does not unload and load again cleanly, and what it keeps for the process
+        // is only reported under its own name while it is loaded.
+        int PinDriverLibrary(dl_phdr_info* info, size_t, void*)
+        {
+            const char* name = info->dlpi_name;
+            if (!name || !*name) return 0;
+            const char* base = std::strrchr(name, '/');
+            base = base ? base + 1 : name;
+            static const char* const s_aszDriver[] = {"_dri.so", "libEGL", "libGLX", "libglapi", "libLLVM",
+                                                      "libgallium", "libGL.so"};
+            for (const char* part : s_aszDriver)
+                if (std::strstr(base, part))
+                {
+                    dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+                    break;
+                }
+            return 0;
+        }
+
+        void PinDriver() { dl_iterate_phdr(&PinDriverLibrary, nullptr); }
 
         // The version a device needs; older contexts are refused with it in the reason.
         bool CheckVersion(std::string& reason)
@@ -122,6 +148,7 @@ namespace ZemRenderer::GL
         }
         m_pEGLDisplay = display;
         m_pEGLContext = context;
+        PinDriver();
         if (!CheckVersion(reason))
         {
             Destroy();
@@ -158,6 +185,7 @@ namespace ZemRenderer::GL
         }
         // Presenting never waits for the display.
         SDL_GL_SetSwapInterval(0);
+        PinDriver();
         if (!CheckVersion(reason))
         {
             Destroy();
@@ -174,6 +202,9 @@ namespace ZemRenderer::GL
             SDL_GL_DeleteContext(static_cast<SDL_GLContext>(m_pSDLContext));
             m_pSDLContext = nullptr;
             m_pWindow = nullptr;
+            // SDL frees its per-thread data (its error text) only for threads it made; the
+            // render thread is not one of them.
+            SDL_TLSCleanup();
         }
         if (m_pEGLContext)
         {

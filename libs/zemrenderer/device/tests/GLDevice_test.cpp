@@ -32,6 +32,14 @@ namespace ZemRenderer::Testing
         EXPECT_FALSE(made) << "a texture made on the wrong thread is refused, not half-made";
         EXPECT_EQ(texture->GetDeviceObject(), 0u);
         texture->Release();
+        // A texture with a device object whose last reference goes on another thread stays
+        // the device's to free: nothing is deleted under it.
+        Texture* held = MakeTarget(eFormatA8B8G8R8, eBindShaderResource, 4, "held");
+        ASSERT_TRUE(Device().EnsureTexture(held));
+        const uint32_t object = held->GetDeviceObject();
+        std::thread last([&] { held->Release(); });
+        last.join();
+        EXPECT_EQ(held->GetDeviceObject(), object) << "still there, for the device's Release";
         EXPECT_TRUE(log.Contains("Wrong Thread"));
         EXPECT_FALSE(Device().IsSceneOpen());
     }
@@ -292,7 +300,10 @@ namespace ZemRenderer::Testing
         });
         thread.join();
         EXPECT_TRUE(created) << reason;
-        if (created) EXPECT_GE(version, 45);
+        if (created)
+        {
+            EXPECT_GE(version, 45);
+        }
         GL::GLContext none;
         EXPECT_FALSE(none.CreateOnDevice(devices, false, reason));
         EXPECT_EQ(reason, "no such EGL device");

@@ -207,4 +207,26 @@ namespace ZemRenderer::Testing
         EXPECT_NEAR(image.Pixel(7 * 64 - 256 + 30, 64 + 30)[0], 128, 1) << "nothing written";
         ZEM_EXPECT_GOLDEN("write_masks", image);
     }
+
+    TEST_F(GLRenderStateGolden, StencilDecalsAndDepthClip)
+    {
+        BeginCard();
+        const CRenderState noDepth = CRenderState::Default().SetDepthEnable(false);
+        // A decal writer marks its square; a decal reader then draws only where marked.
+        Set(Device(), CRenderState(noDepth).SetStencilEnable(true).SetStencilMode(StencilMode::DecalWrite));
+        DrawRect(Device(), 32, 32, 96, 96, 0.5f, Rgba(0, 0, 255));
+        Set(Device(), CRenderState(noDepth).SetStencilEnable(true).SetStencilMode(StencilMode::DecalRead));
+        DrawRect(Device(), 0, 0, 128, 128, 0.5f, Rgba(255, 0, 0));
+        // Beyond the far plane: clipped, unless depth clipping is off.
+        Set(Device(), noDepth);
+        DrawRect(Device(), 140, 20, 180, 60, 1.5f, Rgba(0, 255, 0));
+        Set(Device(), CRenderState(noDepth).SetStencilMode(StencilMode::NoDepthClip));
+        DrawRect(Device(), 200, 20, 240, 60, 1.5f, Rgba(0, 255, 0));
+        const RgbaImage image = ReadColour();
+        EXPECT_EQ(image.Pixel(64, 64)[0], 255) << "read where the decal wrote";
+        EXPECT_EQ(image.Pixel(64, 64)[2], 0);
+        EXPECT_EQ(image.Pixel(10, 10)[0], 0) << "nothing where it did not";
+        EXPECT_EQ(image.Pixel(160, 40)[1], 0) << "clipped by the far plane";
+        EXPECT_EQ(image.Pixel(220, 40)[1], 255) << "NODEPTHCLIP keeps it";
+    }
 }

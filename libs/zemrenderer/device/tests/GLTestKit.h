@@ -113,19 +113,15 @@ namespace ZemRenderer::Testing
         return count;
     }
 
-    // __FILE__ may be relative to the build folder (a compiler cache with a base folder
-    // rewrites it), so the test's folder is found from the source root the build names.
+    // The golden/ folder beside a test source. The compiler may name the source relative to
+    // the build tree (ZEM_BUILD_DIR, given to the test programs).
     inline std::filesystem::path GoldenDirectoryOf(const char* sourceFile)
     {
-        const std::string file(sourceFile);
-        for (const char* top : {"libs/", "tools/", "apps/"})
-        {
-            const size_t at = file.rfind(std::string("/") + top);
-            const size_t start = file.rfind(top, 0) == 0 ? 0 : (at == std::string::npos ? at : at + 1);
-            if (start != std::string::npos)
-                return (std::filesystem::path(ZEM_SOURCE_DIR) / file.substr(start)).parent_path() / "golden";
-        }
-        return std::filesystem::path(sourceFile).parent_path() / "golden";
+        std::filesystem::path source(sourceFile);
+#ifdef ZEM_BUILD_DIR
+        if (source.is_relative()) source = std::filesystem::path(ZEM_BUILD_DIR) / source;
+#endif
+        return source.lexically_normal().parent_path() / "golden";
     }
 
     inline void GLDeviceTest::SetUpTestSuite()
