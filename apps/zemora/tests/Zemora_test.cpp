@@ -60,7 +60,7 @@ namespace
         std::string OutputFile() const { return m_sDir + "/output.txt"; }
         std::string Output() const { return ReadFile(OutputFile()); }
 
-        // Starts zemora from its own folder, where it finds its plugins.
+        // Starts zemora from its own folder, or from the one SetWorkingDirectory gave.
         // `env` entries ("NAME=value") are added to this process's environment.
         bool Start(std::vector<std::string> args, bool withPortFile = true, std::vector<std::string> env = {})
         {
@@ -93,7 +93,7 @@ namespace
             if (m_iPid == 0)
             {
                 const int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-                if (fd < 0 || chdir(ZEMORA_BIN_DIR) != 0) _exit(120);
+                if (fd < 0 || chdir(m_sWorkDir.c_str()) != 0) _exit(120);
                 dup2(fd, 1);
                 dup2(fd, 2);
                 execve(argv[0], argv.data(), envp.data());
@@ -144,8 +144,10 @@ namespace
         }
 
         Clock::time_point StartTime() const { return m_kStart; }
+        void SetWorkingDirectory(const std::string& dir) { m_sWorkDir = dir; }
 
     private:
+        std::string m_sWorkDir = ZEMORA_BIN_DIR;
         std::string m_sDir;
         pid_t m_iPid = -1;
         int m_iStatus = -1;
@@ -331,6 +333,38 @@ namespace
         zemora.Signal(SIGTERM);
         EXPECT_TRUE(ExitedWith(zemora.WaitForExit(), 0));
         close(blocker);
+    }
+
+    TEST(ZemoraE2EStart, NonNumericPortRunsWithoutTheRemoteHost)
+    {
+        CZemora zemora;
+        ASSERT_TRUE(zemora.Start({"-headless", "-rpcport", "abc"}));
+        EXPECT_EQ(zemora.WaitForPort(), -1) << zemora.Output();
+        EXPECT_NE(zemora.Output().find("-rpcport \"abc\" is not a port number"), std::string::npos) << zemora.Output();
+        EXPECT_EQ(zemora.Output().find("RPC host listening"), std::string::npos) << zemora.Output();
+        EXPECT_FALSE(zemora.HasExited());
+        zemora.Signal(SIGTERM);
+        EXPECT_TRUE(ExitedWith(zemora.WaitForExit(), 0));
+    }
+
+    // Started from elsewhere without options, the engine still finds its plugins and its
+    // own content beside the program: no assertion, no missing folder.
+    TEST(ZemoraE2EStart, StartedFromAnotherFolderFindsPluginsAndContent)
+    {
+        CZemora zemora;
+        zemora.SetWorkingDirectory("/");
+        ASSERT_TRUE(zemora.Start({"-headless", "-rpcport", "0"}));
+        const int port = zemora.WaitForPort();
+        ASSERT_GT(port, 0) << zemora.Output();
+        CClient client;
+        ASSERT_TRUE(client.Connect(port));
+        EXPECT_EQ(client.Call("Root", "GetCustomNodeCount"), "{\"Res\":1}");
+        const std::string out = zemora.Output();
+        EXPECT_EQ(out.find("Assertion"), std::string::npos) << out;
+        EXPECT_EQ(out.find("Cannot open plugin folder"), std::string::npos) << out;
+        EXPECT_NE(out.find("/Data/ (the program's own content)"), std::string::npos) << out;
+        client.Send(Command("Root", "ForceQuit", "", false));
+        EXPECT_TRUE(ExitedWith(zemora.WaitForExit(), 0));
     }
 
     TEST(ZemoraE2EStart, BadCommandLineIsReportedAndTheEngineRuns)

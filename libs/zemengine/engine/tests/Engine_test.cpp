@@ -103,6 +103,8 @@ namespace
             {"-frobnicate 3 -debug", "unknown word \"-frobnicate\""},
             {"-width abc", "\"abc\" is not a number"},
             {"-rpcport", "-rpcport needs a value"},
+            {"-rpcport abc", "-rpcport \"abc\" is not a port number"},
+            {"-rpcport 12x", "-rpcport \"12x\" is not a port number"},
             {"-dpaddress \"never closed", "without its closing quote"},
         };
         for (const Case& c : cases)
@@ -118,13 +120,14 @@ namespace
             EXPECT_EQ(desc.m_iRpcPort, -1) << c.line;
         }
 
-        // Numbers read as the standard conversion does: leading digits, or 0.
+        // Other numbers read as the standard conversion does: leading digits, or 0. A port
+        // of 0 still asks for any free port.
         EngineInitDesc desc;
         unsigned int timeout = 0;
-        CEngine::ParseCommandLine(desc, timeout, "-width abc -height 480px -rpcport 12x -timeout -5 -debug");
+        CEngine::ParseCommandLine(desc, timeout, "-width abc -height 480px -rpcport 0 -timeout -5 -debug");
         EXPECT_EQ(desc.m_uiWidth, 0u);
         EXPECT_EQ(desc.m_uiHeight, 480u);
-        EXPECT_EQ(desc.m_iRpcPort, 12);
+        EXPECT_EQ(desc.m_iRpcPort, 0);
         EXPECT_EQ(timeout, 0u);
         EXPECT_TRUE(desc.m_bDebug);
 
