@@ -232,6 +232,10 @@ namespace
              "{\"Res\":{\"Name\":\"\",\"Description\":\"\",\"IconPath\":\"\",\"WatchLabelProperty\":\"\",\"Mode\":[]}}"},
             {"GetCustomNodeDesc", "\"Arg0\":7", "{\"Res\":[]}"},
             {"GetCustomNodeDependencies", "\"Arg0\":0", "{\"Res\":[\"PLUGIN_GuiProjectNode\"]}"},
+            {"GetPositionFromStart",
+             "\"Arg0\":{\"x\":1,\"y\":1,\"z\":5},\"Arg1\":{\"x\":0,\"y\":0,\"z\":1,\"w\":0},"
+             "\"Arg2\":{\"x\":2,\"y\":3,\"z\":5}",
+             "{\"Res\":{\"x\":-1.0,\"y\":-2.0,\"z\":0.0}}"},
         };
         for (const auto& c : cases) EXPECT_EQ(m_kClient.Call("Root", c.method, c.args), c.reply) << c.method;
 
