@@ -225,9 +225,11 @@ namespace ZemRenderer
         m_kRenderNode.m_nodes.Clear();
         SerializationManager manager;
         bool ok = manager.ReadObject(stream, *this, owner);
+        if (ok) ok = m_kRenderNode.AdoptReadNodes(m_szName);
         if (ok) ok = AdoptReadUserData();
         if (!ok)
         {
+            m_kRenderNode.DropReadNodes();
             m_kRenderNode.m_nodes.ClearAndFree();
             m_pUserData = nullptr;
             m_uiFlags = before;
