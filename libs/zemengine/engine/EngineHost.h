@@ -38,6 +38,8 @@ namespace ZemEngine
             }
             ~ConnectionThread() override;
             void Run() override;
+            // Reads and answers frames until the connection ends.
+            void RunFrames(CConnectionLogFold* fold);
             bool IsFinished() const { return m_bFinished.load(std::memory_order_acquire); }
 
             CEngineHost* m_pHost;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -147,6 +148,50 @@ TEST_F(EngineHostTest, BadFramesGetNoReplyAndTheConnectionGoesOn)
         EXPECT_TRUE(log.Contains(row.log)) << row.log << "\n" << log.Text();
     }
     EXPECT_EQ(bystander.Call(MakeCommand("Root", "Add", Args({"5", "5"}))), "{\"Res\":10}");
+}
+
+// A client that floods the host with bad frames gets its first messages logged in full,
+// then one summary a second per message; the log stays a few lines long and the
+// connection and the others keep working.
+TEST_F(EngineHostTest, AFloodOfBadFramesIsFoldedInTheLog)
+{
+    CRawClient client(m_kServer.GetPort());
+    CRawClient bystander(m_kServer.GetPort());
+    const std::string good = MakeCommand("Root", "Add", Args({"1", "2"}), true);
+    // Two kinds: one refused on the connection thread, one on the main thread.
+    const std::string notJson = CRawClient::Frame("not json");
+    const std::string badArgument = CRawClient::Frame(MakeCommand("Root", "Add", Args({"true", "2"}), false, false));
+    constexpr int kFrames = 100000;
+    std::string batch;
+    for (int i = 0; i < 1000; ++i) batch += i % 2 ? notJson : badArgument;
+
+    Common::ScopedLogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    for (int sent = 0; sent < kFrames; sent += 1000) ASSERT_TRUE(client.SendBytes(batch));
+    EXPECT_EQ(client.Call(good), "{\"Res\":3}");
+    EXPECT_EQ(bystander.Call(MakeCommand("Root", "Add", Args({"5", "5"}))), "{\"Res\":10}");
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    client.Close();
+    // The last summaries come when the connection ends.
+    for (int i = 0; i < 500 && !log.Contains("client connection closed"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+
+    const std::string text = log.Text();
+    const long lines = std::count(text.begin(), text.end(), '\n');
+    // Per message kind: 10 in full, one summary a second, one at the end. The bad
+    // argument logs two lines per frame (the argument, then the failed command).
+    EXPECT_LE(lines, static_cast<long>(3 * (10 + seconds + 2) + 4)) << text;
+    // Every frame is accounted for: shown in full or counted in a summary.
+    unsigned long long folded = 0;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+    {
+        const size_t at = line.find("... repeated ");
+        if (at != std::string::npos && line.find("not a JSON text") != std::string::npos)
+            folded += std::strtoull(line.c_str() + at + 13, nullptr, 10);
+    }
+    EXPECT_EQ(folded + 10, static_cast<unsigned long long>(kFrames / 2)) << text;
+    RecordProperty("LogLinesFor100000BadFrames", static_cast<int>(lines));
 }
 
 TEST_F(EngineHostTest, NonFiniteResultsAreSentAsNull)
