@@ -99,6 +99,7 @@ namespace ZemEngine
         Common::ScopedLogFilter filter(fold);
         CommandManager* manager = m_pHost->GetCommandManager();
         CSocketByteSource source(m_pSocket, m_pHost->GetStopFlag());
+        source.SetSpinBeforeBlocking(m_pHost->GetReceiveSpinUs());
         CFrameReader reader(&source);
         CReturnBuffer result;
         ZemRenderer::TArray<char> pending;
