@@ -194,15 +194,6 @@ TEST_F(EngineHostTest, AFloodOfBadFramesIsFoldedInTheLog)
     RecordProperty("LogLinesFor100000BadFrames", static_cast<int>(lines));
 }
 
-TEST_F(EngineHostTest, NonFiniteResultsAreSentAsNull)
-{
-    CRawClient client(m_kServer.GetPort());
-    Common::ScopedLogCapture log;
-    EXPECT_EQ(client.Call(MakeCommand("Root", "GetNaN")), "{\"Res\":null}");
-    EXPECT_EQ(client.Call(MakeCommand("Root", "GetInfinity", "", true)), "{\"Res\":null}");
-    EXPECT_TRUE(log.Contains("NaN or an infinity")) << log.Text();
-}
-
 TEST_F(EngineHostTest, OversizedFrameClosesOnlyThatConnection)
 {
     CRawClient bystander(m_kServer.GetPort());
@@ -292,17 +283,6 @@ TEST(EngineHostStop, ReleasesAClientWaitingOnAStalledMainThread)
     while (server.Manager().GetQueue().GetPendingCount() == 0) std::this_thread::yield();
     server.Net().GetHost()->Stop();
     EXPECT_TRUE(client.WaitForClose());
-}
-
-TEST(EngineHostStart, RefusesAPortInUse)
-{
-    CTestServer first;
-    CommandManager manager;
-    manager.Init();
-    CEngineHost host;
-    Common::ScopedLogCapture log;
-    EXPECT_FALSE(host.Start(&manager, first.GetPort(), "127.0.0.1"));
-    EXPECT_TRUE(log.Contains("could not open host RPC connection")) << log.Text();
 }
 
 TEST(EngineNetInit, PortZeroMeansTheDefaultPortAndNegativeMeansNoHost)

@@ -301,24 +301,6 @@ namespace
         }
     }
 
-    TEST(EngineActors, CamerasAndWorlds)
-    {
-        CEngine engine;
-        EXPECT_EQ(engine.GetCamera(nullptr), nullptr);
-        EXPECT_EQ(engine.GetCamera("mainview"), nullptr);
-        EXPECT_EQ(engine.AddCamera("side", 0, nullptr), nullptr);
-
-        Common::ScopedLogCapture log;
-        engine.UnregisterWorld(reinterpret_cast<ZemEngine::CWorldInstance*>(0x10));
-        EXPECT_TRUE(log.Contains("Cannot UnregisterWorld"));
-        auto* world = reinterpret_cast<ZemEngine::CWorldInstance*>(0x20);
-        engine.RegisterWorld(world);
-        EXPECT_EQ(engine.GetWorldCount(), 1u);
-        engine.UnregisterWorld(world);
-        EXPECT_EQ(engine.GetWorldCount(), 0u);
-        engine.Destroy();
-    }
-
     struct CFirstModule
     {
         int m_iValue = 1;
@@ -387,20 +369,6 @@ namespace
         EXPECT_EQ(wakeup.m_iSent, 1);
     }
 
-    int ListenOnAnyPort(int& port)
-    {
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof(a);
-        if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0 || listen(fd, 4) != 0 ||
-            getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) != 0)
-            return -1;
-        port = ntohs(a.sin_port);
-        return fd;
-    }
-
     int ConnectTo(int port)
     {
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
@@ -454,26 +422,6 @@ namespace
         close(client);
         // The port is free again.
         EXPECT_LT(ConnectTo(port), 0);
-    }
-
-    TEST(EngineLifecycle, BusyPortRunsWithoutRemoteCalls)
-    {
-        int port = 0;
-        const int blocker = ListenOnAnyPort(port);
-        ASSERT_GE(blocker, 0);
-        ZemEngine::NativeHandle handle = 0;
-        CEngine* engine = CEngine::GetInstance();
-        Common::ScopedLogCapture log;
-        EXPECT_TRUE(engine->Init(HeadlessDesc(&handle, port)));
-        EXPECT_TRUE(log.Contains("could not open host RPC connection")) << log.Text();
-        EXPECT_TRUE(log.Contains("runs without remote calls"));
-        EXPECT_EQ(engine->GetEngineNet(), nullptr);
-        EXPECT_EQ(engine->GetRpcPort(), -1);
-        engine->TickFixed(60);
-        engine->FixedUpdate();
-        engine->Update();
-        engine->Destroy();
-        close(blocker);
     }
 
     TEST(EngineLifecycle, NullHandleAndNoRemoteHost)
