@@ -231,39 +231,6 @@ namespace ZemRenderer::SceneTest
         EXPECT_EQ(bucket.GetUserDataPool().GetUsedCount(), 0u);
     }
 
-    TEST(LinkFile, LoadsThroughTheLoadingAndProcessThreads)
-    {
-        Engine engine;
-        ASSERT_TRUE(engine.IsStarted());
-        TempFile file("link_load");
-        file.Write(SavedLink(false));
-        Bucket bucket(engine.Get(), "loads");
-        Link* link = bucket.CreateLink("loaded");
-        QueryPtr query(Query::Create());
-        ASSERT_TRUE(bucket.AddLinkLoading(link, file.Path(), query));
-        EXPECT_FALSE(link->IsLoaded());
-        ASSERT_TRUE(query->WaitFinished(5000));
-        EXPECT_EQ(query->GetState(), Query::eDone);
-        EXPECT_TRUE(link->IsLoaded());
-        EXPECT_EQ(link->GetNodeCount(), 2u);
-        ASSERT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
-
-        Link* missing = bucket.CreateLink("missing");
-        QueryPtr lost(Query::Create());
-        {
-            Common::ScopedLogCapture capture;
-            bucket.AddLinkLoading(missing, "/nonexistent/zemora/missing.zef", lost);
-            ASSERT_TRUE(lost->WaitFinished(5000));
-            EXPECT_TRUE(capture.Contains("File not found: \"/nonexistent/zemora/missing.zef\""));
-        }
-        EXPECT_EQ(lost->GetState(), Query::eCancelled);
-        EXPECT_FALSE(missing->IsLoaded());
-        ASSERT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
-        bucket.DestroyLink(missing);
-        bucket.DestroyLink(link);
-        engine.Stop();
-    }
-
     TEST(LinkFile, ALoadKeepsItsCountedBucketAliveUntilItEnds)
     {
         Engine engine;
