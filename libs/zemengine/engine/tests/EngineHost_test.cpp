@@ -80,33 +80,13 @@ TEST_F(EngineHostTest, MainThreadCommandWakesTheBlockedLoop)
     RecordProperty("median_round_trip_us", std::to_string(micros[micros.size() / 2]));
 }
 
-TEST_F(EngineHostTest, EveryArityOverTheWire)
+// Every value kind has its round trip in the command manager's tests; over the wire,
+// an object handed out is reached again by its id.
+TEST_F(EngineHostTest, ObjectsHandedOutAreReachedByTheirId)
 {
     CRawClient client(m_kServer.GetPort());
     EXPECT_EQ(client.Call(MakeCommand("Root", "CreateObject", Args({"\"wired\""}))), "{\"Res\":{\"InstanceID\":0}}");
     EXPECT_EQ(client.Call(MakeCommand("TestObject", "GetName", "", true, true, 0)), "{\"Res\":\"wired\"}");
-    EXPECT_EQ(client.Call(MakeCommand("Root", "Add", Args({"20", "22"}), true)), "{\"Res\":42}");
-    EXPECT_EQ(client.Call(MakeCommand("Root", "MakeTransform",
-                                      Args({"{\"x\":1,\"y\":0,\"z\":0}", "{\"x\":0,\"y\":0,\"z\":0,\"w\":1}",
-                                            "{\"x\":1,\"y\":1,\"z\":1}"}))),
-              "{\"Res\":{\"Translation\":{\"x\":1.0,\"y\":0.0,\"z\":0.0},\"Rotation\":{\"x\":0.0,\"y\":0.0,\"z\":0.0,"
-              "\"w\":1.0},\"Scale\":{\"x\":1.0,\"y\":1.0,\"z\":1.0}}}");
-    EXPECT_EQ(client.Call(MakeCommand("Root", "MakeIDs",
-                                      Args({"{\"Type\":\"Node\",\"Data\":[5,6]}", "{\"Type\":\"Camera\",\"Data\":[2]}",
-                                            "false", "1"}))),
-              "{\"Res\":[{\"Type\":2,\"Data\":[5,6]},{\"Type\":14,\"Data\":[2]}]}");
-    EXPECT_EQ(client.Call(MakeCommand("Root", "MakeSphere",
-                                      Args({"0", "0", "0", "2", "{\"IsEditingBone\":false,\"EditBoneName\":null,"
-                                                                "\"EditRotation\":{\"x\":0,\"y\":0,\"z\":0,\"w\":1}}"}))),
-              "{\"Res\":{\"Center\":{\"x\":0.0,\"y\":0.0,\"z\":0.0},\"Radius\":2.0}}");
-    EXPECT_EQ(client.Call(MakeCommand(
-                  "Root", "Describe",
-                  Args({"false", "7", "1.5", "\"t\"",
-                        "{\"Transform\":{\"Translation\":{\"x\":0,\"y\":0,\"z\":0},\"Rotation\":{\"x\":0,\"y\":0,\"z\":0,"
-                        "\"w\":1},\"Scale\":{\"x\":1,\"y\":1,\"z\":1}},\"Position\":{\"x\":0,\"y\":1,\"z\":0},"
-                        "\"GizmoFlags\":1,\"EType\":2,\"Prefab\":{\"InstanceID\":0}}",
-                        "[]"}))),
-              "{\"Res\":\"0 7 1.5 [t] 1 1 2 wired 0\"}");
 }
 
 TEST_F(EngineHostTest, VoidAndUnwantedResultsSendNoFrame)
