@@ -1,5 +1,6 @@
 #include "zemengine/engine/EngineHost.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -81,8 +82,10 @@ namespace ZemEngine
 
     void CEngineHost::ConnectionThread::Run()
     {
+        // Connections are numbered in the order they came, so that summaries tell them apart.
+        static std::atomic<unsigned int> s_uConnections{0};
         char peer[48];
-        std::snprintf(peer, sizeof(peer), "connection on port %i", m_pSocket->GetPort());
+        std::snprintf(peer, sizeof(peer), "connection %u", s_uConnections.fetch_add(1, std::memory_order_relaxed) + 1);
         CConnectionLogFold* fold = CConnectionLogFold::Create(peer);
         RunFrames(fold);
         if (fold) fold->Release();
