@@ -311,7 +311,8 @@ namespace
     // The shipped tables parse and give the link engine file its designed cooked name.
     TEST(AssetTypes, ShippedContent)
     {
-        const fs::path content = fs::path(__FILE__).parent_path() / "../../../../content";
+        // From the source tree, wherever the tests run.
+        const fs::path content = fs::path(ZEM_SOURCE_DIR) / "content";
         Common::ScopedLogCapture log;
         CAssetTypeTable table;
         EXPECT_GE(table.LoadFromRoot(content.c_str()), 1u);
