@@ -91,6 +91,22 @@ namespace
         MemoryTag tag("Bench");
         ManagerPair(state, CMemoryManager::GetInstance());
     }
+
+    // The floor under a heap that another thread may lock: the two uncontended lock
+    // takes (one in Alloc, one in Free) that a pair costs, and nothing else.
+    void BM_MT_LockTakePair(benchmark::State& state)
+    {
+        EnsureSecondThread();
+        static Common::Mem::CHeapLock s_kLock;
+        for (auto _ : state)
+        {
+            s_kLock.Lock();
+            s_kLock.Unlock();
+            s_kLock.Lock();
+            s_kLock.Unlock();
+            benchmark::ClobberMemory();
+        }
+    }
 }
 
 BENCHMARK(BM_GlibcMallocFree);
@@ -100,3 +116,4 @@ BENCHMARK(BM_AllocFree_Tagged3Deep);
 BENCHMARK(BM_MT_GlibcMallocFree);
 BENCHMARK(BM_MT_AllocFree_Untagged);
 BENCHMARK(BM_MT_AllocFree_Tagged);
+BENCHMARK(BM_MT_LockTakePair);

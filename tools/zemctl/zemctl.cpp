@@ -12,6 +12,7 @@
 
 #include "common/system/debug/Log.h"
 #include "zemengine/core/json/Json.h"
+#include "zemengine/engine/CommandRequest.h"
 #include "zemengine/engine/EngineClientRPC.h"
 #include "zemengine/engine/EngineNet.h"
 
@@ -56,8 +57,9 @@ namespace
         "Output: the \"Res\" value of the reply, as one line of JSON.\n"
         "\n"
         "Script lines are JSON objects such as\n"
-        "  {\"ClassName\":\"Root\",\"MethodName\":\"GetView3D\"}\n"
-        "  {\"ClassName\":\"View3D\",\"InstanceID\":0,\"MethodName\":\"SetSpeed\",\"Args\":[2.5]}\n"
+        "  {\"ClassName\":\"Root\",\"MethodName\":\"GetCustomNodeCount\"}\n"
+        "  {\"ClassName\":\"GuiProjectNodeRpc\",\"InstanceID\":0,\"MethodName\":\"GetPageList\"}\n"
+        "  {\"ClassName\":\"Root\",\"MethodName\":\"GetCustomNodeHeaderDesc\",\"Args\":[0]}\n"
         "with \"InstanceID\", \"UseTcpThread\" and \"WaitAck\" optional (the options give\n"
         "the defaults) and arguments as \"Args\": [...] or \"Arg0\", \"Arg1\", ...\n"
         "Blank lines and lines starting with # are skipped. Each command prints one\n"
@@ -129,7 +131,6 @@ namespace
         return true;
     }
 
-    // The wire form: the five members in the order clients send them, then the arguments.
     struct Request
     {
         std::string className;
@@ -141,26 +142,16 @@ namespace
 
         std::string Text() const
         {
+            ZemEngine::CommandRequest request;
+            request.m_sClassName = className;
+            request.m_sMethodName = methodName;
+            request.m_uInstanceId = instance;
+            request.m_bUseTcpThread = tcpThread;
+            request.m_bWaitAck = waitAck;
+            request.m_uArgCount = args.Size();
+            request.m_pArgs = args.Size() ? &args[0] : nullptr;
             ZemEngine::Json::StringBuffer buffer;
-            ZemEngine::Json::StringWriter writer(buffer);
-            writer.StartObject();
-            writer.Key("ClassName");
-            writer.String(className.c_str(), static_cast<rapidjson::SizeType>(className.size()));
-            writer.Key("InstanceID");
-            writer.Uint(instance);
-            writer.Key("MethodName");
-            writer.String(methodName.c_str(), static_cast<rapidjson::SizeType>(methodName.size()));
-            writer.Key("UseTcpThread");
-            writer.Bool(tcpThread);
-            writer.Key("WaitAck");
-            writer.Bool(waitAck);
-            for (rapidjson::SizeType i = 0; i < args.Size(); ++i)
-            {
-                const std::string key = "Arg" + std::to_string(i);
-                writer.Key(key.c_str());
-                args[i].Accept(writer);
-            }
-            writer.EndObject();
+            ZemEngine::WriteCommandRequest(request, buffer);
             return std::string(buffer.GetString(), buffer.GetSize());
         }
     };

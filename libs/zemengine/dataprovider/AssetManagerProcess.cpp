@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "common/system/filesystem/FileSystem.h"
+
 extern char** environ;
 
 namespace DataProvider
@@ -96,18 +98,7 @@ namespace DataProvider
         return false;
     }
 
-    bool GetProgramDirectory(char* out, size_t size)
-    {
-        char path[4096];
-        const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
-        if (n <= 0) return false;
-        path[n] = '\0';
-        char* slash = std::strrchr(path, '/');
-        if (!slash) return false;
-        *slash = '\0';
-        const int written = std::snprintf(out, size, "%s", slash == path ? "/" : path);
-        return written > 0 && static_cast<size_t>(written) < size;
-    }
+    bool GetProgramDirectory(char* out, size_t size) { return Common::CFileSystem::GetProgramDirectory(out, size); }
 
     pid_t SpawnDetached(const char* program, char* const argv[], const char* outputPath)
     {

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "zemengine/engine/CommandRequest.h"
+
 namespace DataProvider
 {
     namespace
@@ -104,18 +106,21 @@ namespace DataProvider
                                   const AssetQuery* query, const char* platform)
     {
         ZemEngine::Json::Document d;
-        d.SetObject();
         ZemEngine::Json::PoolAllocator& a = d.GetAllocator();
-        d.AddMember("ClassName", Value(rapidjson::StringRef(kAssetManagerClass)), a);
-        d.AddMember("MethodName", Text(method, a), a);
-        d.AddMember("InstanceID", Value(instanceId), a);
-        d.AddMember("WaitAck", Value(true), a);
-        d.AddMember("UseTcpThread", Value(true), a);
+        Value arg;
         if (query)
-            d.AddMember("Arg0", EncodeAssetQuery(*query, a), a);
-        else
-            d.AddMember("Arg0", Text(platform ? platform : "", a), a);
-        ZemEngine::Json::ToText(d, out);
+            arg = EncodeAssetQuery(*query, a);
+        else if (platform)
+            arg = Text(platform, a);
+        ZemEngine::CommandRequest request;
+        request.m_sClassName = kAssetManagerClass;
+        request.m_sMethodName = method ? method : "";
+        request.m_uInstanceId = instanceId;
+        request.m_bUseTcpThread = true;
+        request.m_bWaitAck = true;
+        request.m_pArgs = &arg;
+        request.m_uArgCount = query || platform ? 1 : 0;
+        ZemEngine::WriteCommandRequest(request, out);
     }
 }
 

@@ -18,7 +18,7 @@ namespace DataProvider
     ZemEngine::Json::Value EncodeAssetResult(const AssetResult& result, ZemEngine::Json::PoolAllocator& a);
 
     // The text of one asset manager command: "UseTcpThread" and "WaitAck" true, "Arg0"
-    // the query, or the platform text when `query` is null.
+    // the query, or the platform text when `query` is null; no argument when both are.
     void WriteAssetManagerCommand(ZemEngine::Json::StringBuffer& out, const char* method, unsigned int instanceId,
                                   const AssetQuery* query, const char* platform = nullptr);
 }

@@ -55,6 +55,16 @@ namespace ZemEngine
             return value;
         }
 
+        // An optional sign and at least one digit, nothing else.
+        bool IsInteger(const char* word)
+        {
+            if (*word == '-' || *word == '+') ++word;
+            if (!*word) return false;
+            for (; *word; ++word)
+                if (*word < '0' || *word > '9') return false;
+            return true;
+        }
+
         unsigned int ReadUnsigned(const char* option, const char* word)
         {
             const long long value = ReadNumber(option, word);
@@ -223,7 +233,17 @@ namespace ZemEngine
                     Common::Log("[Engine] Command line: -handle given but the host has no handle to fill\n");
                 break;
             case OptionKind::Timeout: timeout = ReadUnsigned(option->m_szName, value); break;
-            case OptionKind::RpcPort: desc.m_iRpcPort = static_cast<int>(ReadNumber(option->m_szName, value)); break;
+            case OptionKind::RpcPort:
+                // A port is all digits: "abc" must not read as 0, which would open a random port.
+                if (IsInteger(value))
+                    desc.m_iRpcPort = static_cast<int>(ReadNumber(option->m_szName, value));
+                else
+                {
+                    Common::Log("[Engine] -rpcport \"%s\" is not a port number: the engine runs without remote calls\n",
+                                value);
+                    desc.m_iRpcPort = -1;
+                }
+                break;
             case OptionKind::DpAddress:
                 CopyText(option->m_szName, value, desc.m_szDataProviderAddress, sizeof(desc.m_szDataProviderAddress));
                 break;
@@ -269,6 +289,26 @@ namespace ZemEngine
             }
         }
         return s_szHelp;
+    }
+
+    // Without -assetsRoot the root is "Data/" in the working directory when it holds the
+    // type tables, else the engine's own "Data/" beside the program, which the build fills
+    // with the shipped Toolchain content. A root that has neither keeps the default, and
+    // the data provider reports the missing tables.
+    void CEngine::UseDefaultAssetsRoot()
+    {
+        Common::CFileSystem* files = Common::CFileSystem::GetInstance();
+        char path[Common::CFileSystem::PathBufferSize + 32];
+        std::snprintf(path, sizeof(path), "%sToolchain/TypesInfos", files->GetDirectory(Common::CFileSystem::AssetsRoot));
+        if (Common::CFileSystem::IsDirectory(path)) return;
+        char program[Common::CFileSystem::DirectorySize];
+        if (!Common::CFileSystem::GetProgramDirectory(program, sizeof(program))) return;
+        char root[Common::CFileSystem::DirectorySize + 8];
+        std::snprintf(root, sizeof(root), "%s/Data/", program);
+        std::snprintf(path, sizeof(path), "%sToolchain/TypesInfos", root);
+        if (!Common::CFileSystem::IsDirectory(path)) return;
+        if (files->SetDirectory(root, Common::CFileSystem::AssetsRoot))
+            Common::Log("[Engine] assets root %s (the program's own content)\n", root);
     }
 
     const char* CEngine::GetPluginRoot(Mode::Type mode) { return Mode::IsToolMode(mode) ? "" : "../Toolchain/"; }
@@ -329,6 +369,8 @@ namespace ZemEngine
             if (Common::CFileSystem::GetInstance()->SetDirectory(desc.m_szAssetsRoot, Common::CFileSystem::AssetsRoot))
                 Common::Log("[Engine] assets root %s\n", desc.m_szAssetsRoot);
         }
+        else
+            UseDefaultAssetsRoot();
 
         m_uRenderFrameCount = desc.m_uRenderFrameCount;
         m_pfnCreateView = desc.m_pfnCreateView;

@@ -244,10 +244,12 @@ namespace ZemEngine
         const EngineInitDesc& GetInitDesc() const { return m_kDesc; }
 
         // The plugin folder's root for a mode: empty in the tool modes, the toolchain
-        // folder beside the working directory otherwise.
+        // folder beside the program's folder otherwise. The plugin manager looks for it
+        // beside the program first, then in the working directory.
         static const char* GetPluginRoot(Mode::Type mode);
 
     private:
+        void UseDefaultAssetsRoot();
         class CWakeupForward : public ICommandWakeup
         {
         public:

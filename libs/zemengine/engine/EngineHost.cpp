@@ -1,10 +1,12 @@
 #include "zemengine/engine/EngineHost.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
+#include "zemengine/core/commandmanager/ConnectionLogFold.h"
 #include "zemengine/engine/NetFrame.h"
 
 namespace ZemEngine
@@ -80,8 +82,27 @@ namespace ZemEngine
 
     void CEngineHost::ConnectionThread::Run()
     {
+        // Connections are numbered in the order they came, so that summaries tell them apart.
+        static std::atomic<unsigned int> s_uConnections{0};
+        char peer[48];
+        std::snprintf(peer, sizeof(peer), "connection %u", s_uConnections.fetch_add(1, std::memory_order_relaxed) + 1);
+        CConnectionLogFold* fold = CConnectionLogFold::Create(peer);
+        RunFrames(fold);
+        if (fold) fold->Release();
+        // Shut down, not closed: Stop may still be shutting this socket down from another
+        // thread, and a closed descriptor could already belong to someone else. The
+        // descriptor goes when the thread object is reaped.
+        m_pSocket->Shutdown();
+        m_bFinished.store(true, std::memory_order_release);
+    }
+
+    void CEngineHost::ConnectionThread::RunFrames(CConnectionLogFold* fold)
+    {
+        // A client sending the same bad request over and over must not fill the log.
+        Common::ScopedLogFilter filter(fold);
         CommandManager* manager = m_pHost->GetCommandManager();
         CSocketByteSource source(m_pSocket, m_pHost->GetStopFlag());
+        source.SetSpinBeforeBlocking(m_pHost->GetReceiveSpinUs());
         CFrameReader reader(&source);
         CReturnBuffer result;
         ZemRenderer::TArray<char> pending;
@@ -92,7 +113,7 @@ namespace ZemEngine
             if (read == CFrameReader::FrameRead)
             {
                 result.Clear();
-                manager->ExecuteJSon(reader.GetBody(), reader.GetLength(), &result);
+                manager->ExecuteJSon(reader.GetBody(), reader.GetLength(), &result, fold);
                 if (result.GetLength() > 0)
                     AppendFrame(pending, result.GetText(), static_cast<uint32_t>(result.GetLength()));
                 // Replies wait only while further requests are already here.
@@ -117,11 +138,6 @@ namespace ZemEngine
             }
             break;
         }
-        // Shut down, not closed: Stop may still be shutting this socket down from another
-        // thread, and a closed descriptor could already belong to someone else. The
-        // descriptor goes when the thread object is reaped.
-        m_pSocket->Shutdown();
-        m_bFinished.store(true, std::memory_order_release);
     }
 
     // ---- CEngineHost -------------------------------------------------------------

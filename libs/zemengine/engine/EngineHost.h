@@ -38,6 +38,8 @@ namespace ZemEngine
             }
             ~ConnectionThread() override;
             void Run() override;
+            // Reads and answers frames until the connection ends.
+            void RunFrames(CConnectionLogFold* fold);
             bool IsFinished() const { return m_bFinished.load(std::memory_order_acquire); }
 
             CEngineHost* m_pHost;
@@ -68,6 +70,12 @@ namespace ZemEngine
         // Connections whose thread still runs.
         unsigned int GetConnectionCount();
 
+        // How long a connection looks again for the next request before it blocks
+        // (see CSocketByteSource); taken by connections that start afterwards.
+        static constexpr unsigned int kDefaultReceiveSpinUs = 0;
+        void SetReceiveSpinUs(unsigned int us) { m_uReceiveSpinUs.store(us, std::memory_order_relaxed); }
+        unsigned int GetReceiveSpinUs() const { return m_uReceiveSpinUs.load(std::memory_order_relaxed); }
+
     private:
         friend class HostThread;
         void AddConnection(ConnectionThread* connection);
@@ -77,6 +85,7 @@ namespace ZemEngine
         HostThread* m_pHostThread = nullptr;
         CommandManager* m_pCommandManager = nullptr;
         std::atomic<bool> m_bStopping{false};
+        std::atomic<unsigned int> m_uReceiveSpinUs{kDefaultReceiveSpinUs};
         int m_iPort = 0;
         char m_szAddress[64] = {};
         std::mutex m_kConnectionsLock;

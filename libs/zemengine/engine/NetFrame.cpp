@@ -1,5 +1,7 @@
 #include "zemengine/engine/NetFrame.h"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <chrono>
 #include <climits>
@@ -143,6 +145,17 @@ namespace ZemEngine
 
     int CSocketByteSource::ReadSome(void* buffer, int size)
     {
+        if (m_uSpinUs)
+        {
+            const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(m_uSpinUs);
+            do
+            {
+                int received = 0;
+                if (m_pSocket->TryReceive(buffer, size, received)) return received;
+                if (m_pSocket->IsClosed()) return 0;
+                sched_yield();
+            } while (std::chrono::steady_clock::now() < end);
+        }
         for (;;)
         {
             if (m_pStop && m_pStop->load(std::memory_order_acquire)) return 0;

@@ -97,10 +97,15 @@ namespace ZemEngine
         {
         }
         int ReadSome(void* buffer, int size) override;
+        // Before a read blocks, it looks for data again for up to `us` microseconds,
+        // yielding the processor in between: a client that answers at once is read
+        // without the sleep and wake-up of a blocking read.
+        void SetSpinBeforeBlocking(unsigned int us) { m_uSpinUs = us; }
 
     private:
         Common::TcpSocket* m_pSocket;
         const std::atomic<bool>* m_pStop;
+        unsigned int m_uSpinUs = 0;
     };
 
     // Client-side reading of one frame with an optional limit on the wait.

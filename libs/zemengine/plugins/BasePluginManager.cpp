@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "common/system/debug/Log.h"
+#include "common/system/filesystem/FileSystem.h"
 #include "common/utils/Hash.h"
 
 #ifndef ZEM_PLUGIN_CONFIG
@@ -66,19 +67,30 @@ namespace ZemEngine
 
     bool BasePluginManager::LoadPlugins(const char* root)
     {
-        char folder[kPathSize];
-        const int n = std::snprintf(folder, sizeof(folder), "%sPlugins", root ? root : "");
-        if (!ZEM_ASSERT(n > 0 && static_cast<size_t>(n) < sizeof(folder), "Plugin folder path too long")) return false;
-        NormaliseSeparators(folder);
-        Common::Log("%s\n", folder);
+        const char* const base = root ? root : "";
+        // A relative root is looked for beside the program first, so that the engine finds
+        // its plugins wherever it is started from, then in the working directory.
+        char programFolder[kPathSize];
+        const bool relative = base[0] != '/' && base[0] != '\\';
+        const bool besideProgram = relative && Common::CFileSystem::GetProgramDirectory(programFolder, sizeof(programFolder));
 
-        DIR* dir = opendir(folder);
-        if (!dir)
+        char folder[kPathSize];
+        DIR* dir = nullptr;
+        for (int attempt = besideProgram ? 0 : 1; attempt < 2 && !dir; ++attempt)
         {
-            const int error = errno;
-            Common::Log("Cannot open plugin folder %s : %s\n", folder, std::strerror(error));
-            return false;
+            const int n = attempt == 0 ? std::snprintf(folder, sizeof(folder), "%s/%sPlugins", programFolder, base)
+                                       : std::snprintf(folder, sizeof(folder), "%sPlugins", base);
+            if (!ZEM_ASSERT(n > 0 && static_cast<size_t>(n) < sizeof(folder), "Plugin folder path too long")) continue;
+            NormaliseSeparators(folder);
+            Common::Log("%s\n", folder);
+            dir = opendir(folder);
+            if (!dir)
+            {
+                const int error = errno;
+                Common::Log("Cannot open plugin folder %s : %s\n", folder, std::strerror(error));
+            }
         }
+        if (!dir) return false;
         // Names first: a plugin's start must not disturb the walk.
         ZemRenderer::TArray<Common::String> names;
         while (const dirent* entry = readdir(dir))

@@ -1,6 +1,10 @@
 #include "zemengine/rpc/Root.h"
 
+#include <cmath>
 #include <unistd.h>
+
+#include "common/math/QuaternionMath.h"
+#include "common/system/debug/Log.h"
 
 #include "zemengine/plugins/CustomNodeDescJson.h"
 #include "zemengine/plugins/IPluginManager.h"
@@ -38,6 +42,7 @@ namespace RPC
         m.Register("Root", "GetCustomNodeDesc", &R::GetCustomNodeDesc);
         m.Register("Root", "GetCustomNodeDependencies", &R::GetCustomNodeDependencies);
         m.Register("Root", "SetFocus", &R::SetFocus);
+        m.Register("Root", "GetPositionFromStart", &R::GetPositionFromStart);
     }
 
     void CRoot::SetQuitFunction(PFNQuit quit) { s_pfnQuit = quit ? quit : &QuitNow; }
@@ -112,5 +117,22 @@ namespace RPC
     void CRoot::SetFocus(bool focus)
     {
         if (CEngine* engine = CEngine::PeekInstance()) engine->SetFocus(focus);
+    }
+
+    Math::LocalVector3 CRoot::GetPositionFromStart(Math::LocalVector3 position, Math::Quaternion rotation,
+                                                   Math::LocalVector3 start)
+    {
+        const Math::LocalVector3 offset{start.x - position.x, start.y - position.y, start.z - position.z};
+        const float length = std::sqrt(rotation.x * rotation.x + rotation.y * rotation.y + rotation.z * rotation.z +
+                                       rotation.w * rotation.w);
+        if (!(length > 0.0f) || !std::isfinite(length))
+        {
+            Common::Log("[Root] GetPositionFromStart: the rotation has no length, taken as none\n");
+            return offset;
+        }
+        // The inverse of a unit rotation is its conjugate.
+        const Math::Quaternion inverse{-rotation.x / length, -rotation.y / length, -rotation.z / length,
+                                       rotation.w / length};
+        return Math::Rotate(inverse, offset);
     }
 }

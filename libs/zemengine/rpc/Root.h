@@ -2,6 +2,8 @@
 // "Root": the one remote singleton a client starts from. Its commands read and write
 // engine state on the main thread; those that reach subsystems the engine does not carry
 // yet are not registered, so the command table answers them as unknown.
+#include "common/math/MathTypes.h"
+#include "common/math/WorldVector3.h"
 #include "common/utils/String.h"
 #include "common/utils/TArray.h"
 #include "zemengine/core/commandmanager/CommandManager.h"
@@ -25,6 +27,8 @@ namespace RPC
         virtual ZemRenderer::TArray<ZemEngine::CustomNodePropertyDesc> GetCustomNodeDesc(unsigned int index) = 0;
         virtual ZemRenderer::TArray<Common::String> GetCustomNodeDependencies(unsigned int index) = 0;
         virtual void SetFocus(bool focus) = 0;
+        virtual Math::LocalVector3 GetPositionFromStart(Math::LocalVector3 position, Math::Quaternion rotation,
+                                                        Math::LocalVector3 start) = 0;
 
         // Enters "Root" and its commands in the table.
         static void Register(ZemEngine::CommandManager& manager);
@@ -50,6 +54,10 @@ namespace RPC
         ZemRenderer::TArray<ZemEngine::CustomNodePropertyDesc> GetCustomNodeDesc(unsigned int index) override;
         ZemRenderer::TArray<Common::String> GetCustomNodeDependencies(unsigned int index) override;
         void SetFocus(bool focus) override;
+        // `start` in the frame placed at `position` with `rotation`: the difference rotated
+        // back. A rotation of length 0 is reported and taken as none; others are normalised.
+        Math::LocalVector3 GetPositionFromStart(Math::LocalVector3 position, Math::Quaternion rotation,
+                                                Math::LocalVector3 start) override;
 
         // How ForceQuit ends the process; tests put a recorder here.
         static void SetQuitFunction(PFNQuit quit);

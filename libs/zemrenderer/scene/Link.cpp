@@ -245,12 +245,14 @@ namespace ZemRenderer
         m_kRenderNode.m_nodes.Clear();
         SerializationManager manager;
         bool ok = manager.ReadObject(stream, *this, owner);
+        if (ok) ok = m_kRenderNode.AdoptReadNodes(m_szName);
         // What was read stays alive through this link's counts from here on.
         if (ok) HoldDrawGeometries();
         if (ok) ok = AdoptReadUserData();
         if (!ok)
         {
             ReleaseDrawGeometries();
+            m_kRenderNode.DropReadNodes();
             m_kRenderNode.m_nodes.ClearAndFree();
             m_pUserData = nullptr;
             m_uiFlags = before;

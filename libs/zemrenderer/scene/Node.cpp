@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "common/system/debug/Log.h"
 #include "zemrenderer/geometry/DrawGeometry.h"
 #include "zemrenderer/geometry/Geometry.h"
 #include "zemrenderer/serialization/Serializer.h"
@@ -33,16 +34,48 @@ namespace ZemRenderer
     void RenderNode::Serialize(Serializer& s)
     {
         SerializationManager& m = s.GetManager();
+        // Writing and walking follow the live nodes; a read fills a new array.
+        DropReadNodes();
         unsigned int count = m_nodes.GetSize();
-        m.MoveRaw(&count, sizeof(count));
-        if (m.HasFailed()) return;
-        if (s.IsLoading())
+        m_pFileNodes = count ? m_nodes.GetData() : nullptr;
+        s.SerializeArray(m_pFileNodes, count);
+        if (!s.IsLoading()) return;
+        m_uFileNodeCount = count;
+        // What follows the array's key in the link (flags byte, flag bit, user-data key)
+        // and the nodes themselves must still be there.
+        if (!m.HasFailed() && count * kNodeBytes + 10 > m.GetRemainingBytes())
+            m.Fail("A link of %u nodes runs past the end of the Zemora Engine File!", count);
+    }
+
+    bool RenderNode::AdoptReadNodes(const char* linkName)
+    {
+        const unsigned int count = m_uFileNodeCount;
+        Node* read = m_pFileNodes;
+        m_pFileNodes = nullptr;
+        m_uFileNodeCount = 0;
+        m_nodes.Clear();
+        if (count && !read)
         {
-            if (count * kNodeBytes > m.GetRemainingBytes())
-                return m.Fail("A link of %u nodes runs past the end of the Zemora Engine File!", count);
-            m_nodes.Clear();
-            if (!m_nodes.Resize(count)) return m.Fail("No memory for %u link nodes of a Zemora Engine File!", count);
+            Common::Log("Link %s : %u nodes without their array in Zemora Engine File!\n", linkName, count);
+            return false;
         }
-        for (unsigned int i = 0; i < m_nodes.GetSize() && !m.HasFailed(); ++i) m_nodes[i].Serialize(s);
+        bool ok = true;
+        if (count)
+        {
+            ok = m_nodes.Resize(count);
+            if (ok)
+                for (unsigned int i = 0; i < count; ++i) m_nodes[i] = read[i];
+            else
+                Common::Log("Link %s : no memory for %u nodes\n", linkName, count);
+            SerializationManager::FreeArray(read);
+        }
+        return ok;
+    }
+
+    void RenderNode::DropReadNodes()
+    {
+        if (m_uFileNodeCount && m_pFileNodes) SerializationManager::FreeArray(m_pFileNodes);
+        m_pFileNodes = nullptr;
+        m_uFileNodeCount = 0;
     }
 }

@@ -45,9 +45,20 @@ namespace ZemRenderer
     class RenderNode
     {
     public:
-        // The count, then each node in order.
+        // The nodes are a counted array like any other in a file: the count and the
+        // array's key here, the nodes themselves later, when the pending pointers are
+        // flushed. A read leaves them in a separate array until AdoptReadNodes.
         void Serialize(Serializer& serializer);
+        // After a successful read: the nodes read become m_nodes. False, with a report
+        // naming `linkName`, when the file announced nodes without their array.
+        bool AdoptReadNodes(const char* linkName);
+        // Frees what a read left behind without adopting it.
+        void DropReadNodes();
 
         TArray<Node> m_nodes;
+
+    private:
+        Node* m_pFileNodes = nullptr;
+        unsigned int m_uFileNodeCount = 0;
     };
 }

@@ -127,10 +127,3 @@ TEST_F(ZempackTest, FailuresSayWhy)
     EXPECT_FALSE(std::filesystem::exists(P("no/such/dir/o.pak")));
 }
 
-TEST_F(ZempackTest, HelpGoesToStdout)
-{
-    const Result r = Run("help");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_NE(r.out.find("create ROOT LIST OUT.pak [--order ORDERFILE]"), std::string::npos);
-    EXPECT_EQ(Run("--help").status, 0);
-}

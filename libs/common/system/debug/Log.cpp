@@ -121,6 +121,21 @@ namespace Common
             FeedCaptures(text);
         }
 
+        thread_local ILogFilter* t_pFilter = nullptr;
+
+        // False when the thread's filter keeps the line out; a line the filter puts in
+        // front of it is written first.
+        bool PassFilter(const char* key, const char* text)
+        {
+            ILogFilter* filter = t_pFilter;
+            if (!filter) return true;
+            char before[kBufferSize];
+            before[0] = '\0';
+            const bool pass = filter->Pass(key, text, before, sizeof(before));
+            if (before[0]) Emit(before);
+            return pass;
+        }
+
         // The calling thread's buffer, or null for a thread beyond the limit.
         char* ThreadBuffer()
         {
@@ -225,11 +240,14 @@ namespace Common
         m_pImpl->text += text;
     }
 
+    ScopedLogFilter::ScopedLogFilter(ILogFilter* filter) : m_pPrevious(t_pFilter) { t_pFilter = filter; }
+    ScopedLogFilter::~ScopedLogFilter() { t_pFilter = m_pPrevious; }
+
     void LogV(const char* format, va_list args)
     {
         char* buffer = ThreadBuffer();
         if (!buffer) return;
-        if (FormatBounded(buffer, format, args)) Emit(buffer);
+        if (FormatBounded(buffer, format, args) && PassFilter(format, buffer)) Emit(buffer);
     }
     void Log(const char* format, ...)
     {
@@ -335,6 +353,7 @@ namespace Common
             n = std::clamp(n + std::max(m, 0), 0, kBufferSize - 2);
             buffer[n] = '\n';
             buffer[n + 1] = '\0';
+            if (!PassFilter(format, buffer)) return;
             Emit(buffer);
         }
         if (CheckDebugger()) std::raise(SIGTRAP);

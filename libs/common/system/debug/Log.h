@@ -4,6 +4,7 @@
 // A log line is at most 2048 bytes with its terminating zero; a longer one is reported
 // and dropped.
 #include <cstdarg>
+#include <cstddef>
 #include <string>
 
 namespace Common
@@ -33,6 +34,31 @@ namespace Common
     // How many of the per-thread log buffers no living thread holds. A thread holds one
     // from its first log line until it exits.
     int GetFreeLogThreadSlots();
+
+    // Sees each line that a thread logs while the filter is installed on it, before any
+    // sink does. `key` is the line's format text, the same for every line of one message.
+    // Returning false keeps the line out of the sinks. A filter must not log from Pass; a
+    // line it wants written in front of this one goes into `before` (`beforeSize` bytes).
+    class ILogFilter
+    {
+    public:
+        virtual ~ILogFilter() = default;
+        virtual bool Pass(const char* key, const char* text, char* before, size_t beforeSize) = 0;
+    };
+
+    // Installs `filter` (null: none) on the calling thread for its lifetime; the one that
+    // was installed before comes back after.
+    class ScopedLogFilter
+    {
+    public:
+        explicit ScopedLogFilter(ILogFilter* filter);
+        ~ScopedLogFilter();
+        ScopedLogFilter(const ScopedLogFilter&) = delete;
+        ScopedLogFilter& operator=(const ScopedLogFilter&) = delete;
+
+    private:
+        ILogFilter* m_pPrevious;
+    };
 
     // Copies every formatted log text for as long as it lives; tests read what the
     // engine said. Captures are process-wide, nested captures all receive the text.

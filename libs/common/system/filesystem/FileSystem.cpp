@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
@@ -150,6 +151,28 @@ namespace Common
         }
         std::fclose(f);
         return file;
+    }
+
+    bool CFileSystem::GetProgramDirectory(char* out, size_t size)
+    {
+        char path[PathBufferSize];
+        const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
+        if (n <= 0 || !out) return false;
+        path[n] = '\0';
+        char* slash = std::strrchr(path, '/');
+        if (!slash) return false;
+        *slash = '\0';
+        const char* folder = slash == path ? "/" : path;
+        const size_t length = std::strlen(folder);
+        if (length >= size) return false;
+        std::memcpy(out, folder, length + 1);
+        return true;
+    }
+
+    bool CFileSystem::IsDirectory(const char* path)
+    {
+        struct stat st;
+        return path && stat(path, &st) == 0 && S_ISDIR(st.st_mode);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // Files on disk: named system directories, path normalisation, an open that rides out
 // a file briefly locked by another process, and whole-file loading.
+#include <cstddef>
 #include <cstdio>
 
 #include "common/system/filesystem/FileBase.h"
@@ -39,6 +40,12 @@ namespace Common
         // The whole file in memory, or null if it can't be read. The caller owns the
         // result and releases it with MEM_DELETE.
         static CFileBase* LoadFile(const char* path);
+
+        // The folder of the running program (no trailing '/'), from /proc/self/exe.
+        // False if it can't be read or does not fit in `size` bytes.
+        static bool GetProgramDirectory(char* out, size_t size);
+        // True if `path` names a folder.
+        static bool IsDirectory(const char* path);
 
     private:
         char m_aDirectories[DirectoryTypeCount][DirectorySize];

@@ -227,14 +227,21 @@ namespace Common
         return static_cast<int>(n);
     }
 
-    bool TcpSocket::Receive(void* buffer, int size, int& received)
+    bool TcpSocket::Receive(void* buffer, int size, int& received) { return ReceiveWith(buffer, size, received, 0); }
+
+    bool TcpSocket::TryReceive(void* buffer, int size, int& received)
+    {
+        return ReceiveWith(buffer, size, received, MSG_DONTWAIT);
+    }
+
+    bool TcpSocket::ReceiveWith(void* buffer, int size, int& received, int flags)
     {
         received = 0;
         if (size <= 0 || !buffer) return size == 0;
         ssize_t n;
         do
         {
-            n = recv(DataSocket(), buffer, static_cast<size_t>(size), 0);
+            n = recv(DataSocket(), buffer, static_cast<size_t>(size), flags);
         } while (n < 0 && errno == EINTR);
         if (n > 0)
         {

@@ -34,6 +34,8 @@ namespace Common
         // One receive. False when nothing came: `received` is 0, and IsClosed tells
         // whether the connection is over or there is just no data yet.
         bool Receive(void* buffer, int size, int& received);
+        // The same without waiting: false with `received` 0 when no data is there yet.
+        bool TryReceive(void* buffer, int size, int& received);
         bool HasData() const;
         bool SetNoDelay(bool enable);
         // Makes a blocking Receive give up after `ms` milliseconds (0: wait forever).
@@ -51,6 +53,7 @@ namespace Common
     private:
         int DataSocket() const { return m_iAcceptedSocket >= 0 ? m_iAcceptedSocket : m_iSocket; }
         int AcceptConnection();
+        bool ReceiveWith(void* buffer, int size, int& received, int flags);
 
         int m_iSocket = -1;
         int m_iAcceptedSocket = -1;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/system/debug/Log.h"
+#include "zemengine/core/commandmanager/ConnectionLogFold.h"
 
 namespace ZemEngine
 {
@@ -95,10 +96,15 @@ namespace ZemEngine
         ExecuteJSon(json, json ? std::strlen(json) : 0, result);
     }
 
-    void CommandManager::ExecuteJSon(const char* json, size_t length, CReturnBuffer* result)
+    void CommandManager::ExecuteJSon(const char* json, size_t length, CReturnBuffer* result, CConnectionLogFold* logFold)
     {
         CommandQueue::Command* command = MEM_NEW(CommandQueue::Command);
         if (!ZEM_ASSERT(command != nullptr, "no memory for a command")) return;
+        if (logFold)
+        {
+            logFold->AddRef();
+            command->m_pLogFold = logFold;
+        }
         char error[128];
         if (!command->Parse(json ? json : "", json ? length : 0, error, sizeof(error)))
         {

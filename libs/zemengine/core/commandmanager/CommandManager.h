@@ -94,7 +94,8 @@ namespace ZemEngine
         // Parses the text and runs or queues the command; the result, if any, arrives in
         // `*result`. A text that is not a well-formed command is dropped with a log line.
         void ExecuteJSon(const char* json, CReturnBuffer* result);
-        void ExecuteJSon(const char* json, size_t length, CReturnBuffer* result);
+        // `logFold`: the sending connection's, which the command holds while it lives.
+        void ExecuteJSon(const char* json, size_t length, CReturnBuffer* result, CConnectionLogFold* logFold = nullptr);
 
         // Runs a command at once on this thread with instance id 0, its arguments taken
         // as blank-separated tokens of `argumentLine`; the result is dropped. Returns the

@@ -5,6 +5,7 @@
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
+#include "zemengine/core/commandmanager/ConnectionLogFold.h"
 #include "zemengine/core/commandmanager/EngineCommand.h"
 #include "zemengine/core/commandmanager/JSonParamReader.h"
 
@@ -21,7 +22,10 @@ namespace ZemEngine
     {
     }
 
-    CommandQueue::Command::~Command() = default;
+    CommandQueue::Command::~Command()
+    {
+        if (m_pLogFold) m_pLogFold->Release();
+    }
 
     bool CommandQueue::Command::Parse(const char* json, size_t length, char* error, size_t errorSize)
     {
@@ -36,6 +40,8 @@ namespace ZemEngine
 
     void CommandQueue::Run(Command* command)
     {
+        // What the command logs counts against its connection, on whichever thread it runs.
+        Common::ScopedLogFilter filter(command->m_pLogFold);
         JSonParamReader reader(command, command->m_bWaitAck ? &command->m_kResult : nullptr);
         const int result = command->m_pCommand ? command->m_pCommand->Execute(command->m_uInstanceID, reader) : 0;
         ZEM_ASSERT(result == 1, "engine command failed! (%.64s.%.64s)", command->m_pClassName, command->m_pMethodName);

@@ -15,6 +15,7 @@
 namespace ZemEngine
 {
     class EngineCommand;
+    class CConnectionLogFold;
 
     // How the main thread is told that commands wait. The host loop plugs its own in:
     // Post must not block; Send may, but a waiter's wake-up must not depend on it.
@@ -62,6 +63,8 @@ namespace ZemEngine
             bool m_bUseTcpThread = false;
             bool m_bDone = false;
             EngineCommand* m_pCommand = nullptr;
+            // The log fold of the connection that sent it, counted; null for none.
+            CConnectionLogFold* m_pLogFold = nullptr;
 
             // The waiter sleeps on these until m_bDone; the main thread sets m_bDone and
             // signals while it holds the mutex, so the waiter can't free the command

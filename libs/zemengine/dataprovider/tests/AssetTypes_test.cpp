@@ -265,9 +265,17 @@ namespace
         ZemEngine::Json::Document d;
         d.Parse(text.GetString());
         ASSERT_FALSE(d.HasParseError());
-        EXPECT_STREQ(d["ClassName"].GetString(), "AssetManagerInterface");
-        EXPECT_EQ(d["InstanceID"].GetUint(), 3u);
-        EXPECT_TRUE(d["WaitAck"].GetBool() && d["UseTcpThread"].GetBool());
+        // Every client's member order; a method without parameters carries none.
+        EXPECT_EQ(std::string(text.GetString()).rfind("{\"ClassName\":\"AssetManagerInterface\",\"InstanceID\":3,"
+                                                      "\"MethodName\":\"QueryAssetData\",\"UseTcpThread\":true,"
+                                                      "\"WaitAck\":true,\"Arg0\":{",
+                                                      0),
+                  0u)
+            << text.GetString();
+        ZemEngine::Json::StringBuffer greeting;
+        WriteAssetManagerCommand(greeting, "GetRPCSingleton", 0, nullptr, nullptr);
+        EXPECT_STREQ(greeting.GetString(), "{\"ClassName\":\"AssetManagerInterface\",\"InstanceID\":0,\"MethodName\":"
+                                           "\"GetRPCSingleton\",\"UseTcpThread\":true,\"WaitAck\":true}");
         AssetQuery back;
         const char* expected = nullptr;
         ASSERT_TRUE(DecodeAssetQuery(d["Arg0"], back, expected));

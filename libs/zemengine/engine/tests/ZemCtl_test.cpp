@@ -169,11 +169,3 @@ TEST_F(ZemCtlTest, ScriptPrintsOneLinePerCommand)
     EXPECT_NE(missing.err.find("cannot read the script"), std::string::npos) << missing.err;
 }
 
-TEST_F(ZemCtlTest, HelpDescribesEveryOption)
-{
-    const Outcome o = Run({"--help"}, "", false);
-    EXPECT_EQ(o.code, 0);
-    for (const char* option : {"--host H", "--port P", "--instance N", "--tcp-thread", "--no-wait", "--timeout MS",
-                               "--script FILE", "Exit status", "-rpcbind"})
-        EXPECT_NE(o.out.find(option), std::string::npos) << option;
-}

@@ -382,23 +382,3 @@ TEST(PluginManager, ComponentsByIdNameAndDescription)
     manager.UnregisterComponentBuilder(builder.m_kDesc.m_uId);
     EXPECT_EQ(manager.BuildComponentByName("Comp", nullptr, nullptr, nullptr), nullptr);
 }
-
-TEST(PluginManager, FileNamePattern)
-{
-    const std::string config = BasePluginManager::GetConfigName();
-    const std::string other = config == "Debug" ? "Release" : "Debug";
-    struct Row
-    {
-        std::string name;
-        bool match;
-    } rows[] = {
-        {"PLUGIN_GuiProjectNode_DLL_" + config + "_64.so", true},
-        {"PLUGIN_X_DLL_" + config + "_64.so", true},
-        {"PLUGIN_GuiProjectNode_DLL_" + other + "_64.so", false},
-        {"PLUGIN_GuiProjectNode_DLL_" + config + "_32.so", false},
-        {"PLUGIN_GuiProjectNode_DLL_" + config + "_64.dll", false},
-        {"libPLUGIN_X_DLL_" + config + "_64.so", false},
-        {"PLUGIN_GuiProjectNode_DLL_" + config + "_64.so.bak", false},
-    };
-    for (const Row& row : rows) EXPECT_EQ(BasePluginManager::MatchesPluginPattern(row.name.c_str()), row.match) << row.name;
-}

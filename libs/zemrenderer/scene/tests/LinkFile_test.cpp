@@ -62,9 +62,17 @@ namespace ZemRenderer::SceneTest
         std::memcpy(&type, plain.data() + 7, 4);
         EXPECT_EQ(type, GenerateUIntIdFromString("ZemRenderer::Link"));
         ASSERT_EQ(plain.size(), swapped.size());
-        // The node count, first field after the header, in both orders.
+        // The node count, first field after the header, in both orders; then the nodes'
+        // array key, the flags byte and bit and the user-data key; the nodes follow.
         EXPECT_EQ(plain[11], 2);
         EXPECT_EQ(swapped[14], 2);
+        uint64_t arrayKey = 0;
+        std::memcpy(&arrayKey, plain.data() + 15, 8);
+        EXPECT_NE(arrayKey, 0u);
+        EXPECT_EQ(plain[23], 0x5A);
+        float x = 0;
+        std::memcpy(&x, plain.data() + 15 + 8 + 2 + 8, 4);
+        EXPECT_EQ(x, 1.5f);
 
         Bucket bucket(nullptr, "reader");
         Link original(&bucket, "original");
@@ -143,12 +151,14 @@ namespace ZemRenderer::SceneTest
         {
             std::vector<unsigned char> v = Header();
             Put32(v, 0x40000000u);
+            Put64(v, 0x2000);
             cases.push_back({"node count", v, "A link of 1073741824 nodes runs past the end"});
         }
         {
             // The user-data key promises a block that never comes.
             std::vector<unsigned char> v = Header();
             Put32(v, 0);
+            Put64(v, 0);
             v.insert(v.end(), {0, 0});
             Put64(v, 0x1000);
             cases.push_back({"dangling key", v, "Unexpected end of Zemora Engine File!"});
@@ -166,12 +176,35 @@ namespace ZemRenderer::SceneTest
         {
             std::vector<unsigned char> v = Header();
             Put32(v, 1);
+            Put64(v, 0x2000);
+            v.insert(v.end(), {0, 0});
+            Put64(v, 0);
             v.insert(v.end(), 12 + 16 + 4, 0);
             Put64(v, 0xDEAD);
-            v.insert(v.end(), 4 + 4 + 2 + 2 + 4 + 2, 0);
-            Put64(v, 0);
+            v.insert(v.end(), 4 + 4 + 2 + 2 + 4, 0);
             // The node names a draw geometry that the file never holds.
             cases.push_back({"dangling draw geometry", v, "Unexpected end of Zemora Engine File!"});
+            // Nodes announced, but the array's key is null.
+            std::vector<unsigned char> w = Header();
+            Put32(w, 1);
+            Put64(w, 0);
+            w.insert(w.end(), 2 + 8 + 56, 0);
+            cases.push_back({"no array", w, "Link target : 1 nodes without their array"});
+        }
+        {
+            // The nodes written in place after their count, without an array key: the
+            // file is too short for the array that its first bytes would announce.
+            std::vector<unsigned char> v = Header();
+            Put32(v, 2);
+            for (int i = 0; i < 2; ++i)
+            {
+                Put32(v, 0x3F800000u);
+                v.insert(v.end(), 8 + 16 + 4 + 8 + 4 + 4 + 2 + 2, 0);
+                Put32(v, Node::eVisible);
+            }
+            v.insert(v.end(), {0, 0});
+            Put64(v, 0);
+            cases.push_back({"nodes in place", v, "A link of 2 nodes runs past the end"});
         }
         // Every cut of a good file.
         for (size_t n = 1; n < good.size(); ++n)
@@ -197,39 +230,6 @@ namespace ZemRenderer::SceneTest
         }
         EXPECT_TRUE(handler.aCalls.empty());
         EXPECT_EQ(bucket.GetUserDataPool().GetUsedCount(), 0u);
-    }
-
-    TEST(LinkFile, LoadsThroughTheLoadingAndProcessThreads)
-    {
-        Engine engine;
-        ASSERT_TRUE(engine.IsStarted());
-        TempFile file("link_load");
-        file.Write(SavedLink(false));
-        Bucket bucket(engine.Get(), "loads");
-        Link* link = bucket.CreateLink("loaded");
-        QueryPtr query(Query::Create());
-        ASSERT_TRUE(bucket.AddLinkLoading(link, file.Path(), query));
-        EXPECT_FALSE(link->IsLoaded());
-        ASSERT_TRUE(query->WaitFinished(5000));
-        EXPECT_EQ(query->GetState(), Query::eDone);
-        EXPECT_TRUE(link->IsLoaded());
-        EXPECT_EQ(link->GetNodeCount(), 2u);
-        ASSERT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
-
-        Link* missing = bucket.CreateLink("missing");
-        QueryPtr lost(Query::Create());
-        {
-            Common::ScopedLogCapture capture;
-            bucket.AddLinkLoading(missing, "/nonexistent/zemora/missing.zef", lost);
-            ASSERT_TRUE(lost->WaitFinished(5000));
-            EXPECT_TRUE(capture.Contains("File not found: \"/nonexistent/zemora/missing.zef\""));
-        }
-        EXPECT_EQ(lost->GetState(), Query::eCancelled);
-        EXPECT_FALSE(missing->IsLoaded());
-        ASSERT_TRUE(WaitUntil([&] { return bucket.IsLoaded(); }));
-        bucket.DestroyLink(missing);
-        bucket.DestroyLink(link);
-        engine.Stop();
     }
 
     TEST(LinkFile, ALoadKeepsItsCountedBucketAliveUntilItEnds)

@@ -6,31 +6,6 @@
 
 namespace ZemRenderer::SceneTest
 {
-    TEST(Link, StartsWithOnlyItsFieldSet)
-    {
-        Bucket bucket(nullptr, "links");
-        Link* link = bucket.CreateLink("Props/Crate");
-        EXPECT_EQ(link->GetFlags(), 0x800000u);
-        EXPECT_EQ(link->GetField(), 1u);
-        EXPECT_TRUE(link->IsLoaded());
-        EXPECT_FALSE(link->IsUnloaded());
-        EXPECT_EQ(link->GetAnimationId(), 0xFFFFFFFFu);
-        EXPECT_EQ(link->GetAnimationSlot(), -1);
-        EXPECT_EQ(link->GetTreeIndex(), 0u);
-        EXPECT_EQ(link->GetOwner(), nullptr);
-        EXPECT_STREQ(link->GetName(), "Props/Crate");
-        EXPECT_EQ(link->GetBucket(), &bucket);
-        link->SetScale({1.0f, 3.0f, 2.0f});
-        EXPECT_FLOAT_EQ(link->GetMaxScale(), 3.0f);
-        EXPECT_TRUE(link->HasFlags(Link::eBoundsChanged));
-        link->SetPosition({1, 2, 3});
-        EXPECT_TRUE(link->HasFlags(Link::ePositionChanged));
-        bucket.DestroyLink(link);
-
-        Link orphan(nullptr, "ignored");
-        EXPECT_STREQ(orphan.GetName(), "Unnamed");
-    }
-
     TEST(Link, NodeOperationsSetTheirBitsAndReportTheirOwnNameOutOfRange)
     {
         Bucket bucket(nullptr, "nodes");

@@ -18,52 +18,17 @@
 #include "zemrenderer/scene/LOctreeRoot.h"
 #include "zemrenderer/scene/Link.h"
 #include "zemrenderer/thread/RenderThread.h"
+#include "zemrenderer/thread/tests/WorkerTestKit.h"
 
 namespace ZemRenderer::SceneTest
 {
-    class Engine
+    // The worker kit's engine thread, stopped by its scene-test name.
+    class Engine : public Testing::Engine
     {
     public:
-        Engine()
-        {
-            m_pThread = MEM_NEW(RenderThread);
-            m_pThread->SetRenderer(&m_kDevice);
-            RendererInitRecord record;
-            record.bNoWindow = 1;
-            record.uWidth = 64;
-            record.uHeight = 32;
-            m_pThread->SetInitParameters(record);
-            m_bStarted = m_pThread->Init();
-        }
-        ~Engine() { Stop(); }
-        void Stop()
-        {
-            if (!m_pThread) return;
-            m_pThread->Stop();
-            m_pThread->WaitForStop();
-            MEM_DELETE(m_pThread);
-            m_pThread = nullptr;
-        }
-        RenderThread* Get() const { return m_pThread; }
-        bool IsStarted() const { return m_bStarted; }
-
-    private:
-        NullRenderer m_kDevice;
-        RenderThread* m_pThread = nullptr;
-        bool m_bStarted = false;
+        void Stop() { StopAndDelete(); }
     };
-
-    template <class F>
-    bool WaitUntil(F condition, int ms = 5000)
-    {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-        while (!condition())
-        {
-            if (std::chrono::steady_clock::now() > end) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
-    }
+    using Testing::WaitUntil;
 
     // A file name of this process under the temporary folder, removed at the end.
     class TempFile

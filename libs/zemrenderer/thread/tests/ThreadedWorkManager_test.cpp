@@ -104,14 +104,6 @@ namespace ZemRenderer::Testing
         EXPECT_EQ(JobWorker::GetUsedCount(), 0u);
     }
 
-    TEST(ThreadedWorkManager, ReleaseWorkerWithNoNextAndNoContextDoesNothingAndReturnsFalse)
-    {
-        ReleaseWorker* worker = ReleaseWorker::New(nullptr, nullptr);
-        ASSERT_NE(worker, nullptr);
-        EXPECT_FALSE(worker->DoWork(nullptr));
-        worker->ReleaseToPool();
-    }
-
     TEST(ThreadedWorkManager, FalseEndsTheThreadAndCancelsWhatCameAfter)
     {
         Counters counters;
