@@ -1,4 +1,5 @@
 #include "zemgui/GuiScreen.h"
+#include "zemgui/GuiAssert.h"
 
 #include "common/system/debug/Log.h"
 #include "common/system/memorymanager/MemoryManager.h"
@@ -13,8 +14,8 @@ namespace ZemGui
 
     GfxObj* GfxObjPool::Get(unsigned int faces, unsigned int verticesPerFace, GuiShader* shader)
     {
-        if (!ZEM_ASSERT(verticesPerFace >= 3, "Invalid number of vertex per face")) verticesPerFace = 3;
-        if (!ZEM_ASSERT(faces <= 0xFFFFu && verticesPerFace <= 0xFFFFu, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(verticesPerFace >= 3, "Invalid number of vertex per face")) verticesPerFace = 3;
+        if (!GUI_CHECK(faces <= 0xFFFFu && verticesPerFace <= 0xFFFFu, "Invalid parameters")) return nullptr;
         GfxObj* best = nullptr;
         GfxObj* tooSmall = nullptr;
         for (GfxObj* g : m_aRecords)
@@ -79,7 +80,7 @@ namespace ZemGui
 
     void GuiScreen::SetSize(unsigned short width, unsigned short height)
     {
-        if (!ZEM_ASSERT(width > 0 && height > 0, "Invalid parameters")) return;
+        if (!GUI_CHECK(width > 0 && height > 0, "Invalid parameters")) return;
         const float w = width, h = height;
         m_kSize = Vec2(w, h);
         m_kRect = GuiRect(0.0f, 0.0f, w, h);

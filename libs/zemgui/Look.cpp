@@ -1,4 +1,5 @@
 #include "zemgui/Look.h"
+#include "zemgui/GuiAssert.h"
 
 #include "common/system/debug/Log.h"
 #include "zemgui/GuiAccess.h"
@@ -10,8 +11,8 @@ namespace ZemGui
     BaseObj* Look::AddProto(const char* name, const BaseObj* source)
     {
         ObjManager* om = Access::Objects();
-        if (!ZEM_ASSERT(om && name && source, "Invalid parameters")) return nullptr;
-        if (!ZEM_ASSERT(GetProto(name) == nullptr, "A propotype already exists with this name.")) return nullptr;
+        if (!GUI_CHECK(om && name && source, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(GetProto(name) == nullptr, "A propotype already exists with this name.")) return nullptr;
         return om->CreateObjFromObj(name, m_pRoot, source, true);
     }
 

@@ -1,4 +1,5 @@
 #include "zemgui/MainThreadQueue.h"
+#include "zemgui/GuiAssert.h"
 
 #include <utility>
 
@@ -8,7 +9,7 @@ namespace ZemGui
 
     bool MainThreadQueue::Post(Function run, void* context, Function discard)
     {
-        if (!ZEM_ASSERT(run != nullptr, "Invalid parameters")) return false;
+        if (!GUI_CHECK(run != nullptr, "Invalid parameters")) return false;
         {
             std::lock_guard<std::mutex> lock(m_kMutex);
             if (!m_bClosed)

@@ -1,4 +1,5 @@
 #include "zemgui/ObjManager.h"
+#include "zemgui/GuiAssert.h"
 
 #include <cstring>
 
@@ -20,7 +21,7 @@ namespace ZemGui
         bool OnGuiThread()
         {
             System* sys = System::GetInstance();
-            return ZEM_ASSERT(!sys || sys->IsGuiThread(), "GUI objects belong to the GUI's thread");
+            return GUI_CHECK(!sys || sys->IsGuiThread(), "GUI objects belong to the GUI's thread");
         }
     }
 
@@ -67,13 +68,13 @@ namespace ZemGui
     bool ObjManager::CheckCreate(const char* name, BaseObj* parent)
     {
         if (!OnGuiThread()) return false;
-        if (!ZEM_ASSERT(name != nullptr && parent != nullptr && name[0] != '\0', "Invalid parameters")) return false;
-        if (!ZEM_ASSERT(!parent->IsPendingDelete(), "Invalid parameters")) return false;
-        if (!ZEM_ASSERT(parent->GetChild(name) == nullptr, "An object with the same name already exists")) return false;
-        if (!ZEM_ASSERT(std::strlen(parent->GetPath()) + 1 + std::strlen(name) < kPathCapacity,
+        if (!GUI_CHECK(name != nullptr && parent != nullptr && name[0] != '\0', "Invalid parameters")) return false;
+        if (!GUI_CHECK(!parent->IsPendingDelete(), "Invalid parameters")) return false;
+        if (!GUI_CHECK(parent->GetChild(name) == nullptr, "An object with the same name already exists")) return false;
+        if (!GUI_CHECK(std::strlen(parent->GetPath()) + 1 + std::strlen(name) < kPathCapacity,
                         "Path is too long, resize the string or rename GUI objects."))
             return false;
-        if (!ZEM_ASSERT(parent->GetChildCount() < kMaxChildren, "Invalid parameters")) return false;
+        if (!GUI_CHECK(parent->GetChildCount() < kMaxChildren, "Invalid parameters")) return false;
         return true;
     }
 
@@ -95,17 +96,17 @@ namespace ZemGui
     BaseObj* ObjManager::CreateObjByType(const char* typeName, const char* name, BaseObj* parent)
     {
         const Factory f = FindFactory(typeName);
-        if (!ZEM_ASSERT(f != nullptr, "Unknown object")) return nullptr;
+        if (!GUI_CHECK(f != nullptr, "Unknown object")) return nullptr;
         if (!CheckCreate(name, parent)) return nullptr;
         return FinishCreate(f(name, parent, parent->GetLookName(), parent->GetProtoName()), nullptr);
     }
 
     BaseObj* ObjManager::CreateObjFromObj(const char* name, BaseObj* parent, const BaseObj* source, bool keepLook)
     {
-        if (!ZEM_ASSERT(name != nullptr && parent != nullptr && source != nullptr, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(name != nullptr && parent != nullptr && source != nullptr, "Invalid parameters")) return nullptr;
         if (!CheckCreate(name, parent)) return nullptr;
         const Factory f = FindFactory(source->GetTypeName());
-        if (!ZEM_ASSERT(f != nullptr, "Anormal behavior! Check the file which enumerates all type of Obj (ObjEnum.hpp)."))
+        if (!GUI_CHECK(f != nullptr, "Anormal behavior! Check the file which enumerates all type of Obj (ObjEnum.hpp)."))
             return nullptr;
         const char* proto = source->GetProtoName()[0] ? source->GetProtoName() : source->GetName();
         BaseObj* obj = f(name, parent, source->GetLookName(), proto);
@@ -120,7 +121,7 @@ namespace ZemGui
 
     BaseObj* ObjManager::CreateObjFromLook(const char* name, BaseObj* parent, const char* lookName, const char* protoName)
     {
-        if (!ZEM_ASSERT(name && parent && lookName && protoName, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(name && parent && lookName && protoName, "Invalid parameters")) return nullptr;
         Look* look = GetLook(lookName);
         BaseObj* proto = look ? look->GetProto(protoName) : nullptr;
         if (!proto) return nullptr;
@@ -136,9 +137,9 @@ namespace ZemGui
         if (!obj) return;
         if (!OnGuiThread()) return;
         for (BaseObj* root : m_apRoots)
-            if (!ZEM_ASSERT(obj != root, "Cannot delete root")) return;
+            if (!GUI_CHECK(obj != root, "Cannot delete root")) return;
         // A second deletion of an object that waits for the lock finds no map entry.
-        if (!ZEM_ASSERT(!obj->m_bPendingDelete && m_kObjects.Find(obj->GetId()) == obj, "Anormal behavior")) return;
+        if (!GUI_CHECK(!obj->m_bPendingDelete && m_kObjects.Find(obj->GetId()) == obj, "Anormal behavior")) return;
         // Nothing is destroyed while the deletion runs its handlers; at lock 0 the object
         // is gone when this returns.
         LockDeletion(true);
@@ -179,7 +180,7 @@ namespace ZemGui
         {
             if (!IsPendingDelete(obj))
             {
-                ZEM_ASSERT(m_aPendingDeletes.GetSize() < kMaxPendingDeletes, "Too many objects wait for deletion");
+                GUI_CHECK(m_aPendingDeletes.GetSize() < kMaxPendingDeletes, "Too many objects wait for deletion");
                 m_aPendingDeletes.Add(obj);
             }
         }
@@ -215,8 +216,8 @@ namespace ZemGui
 
     void ObjManager::ClearRoot(unsigned int index)
     {
-        if (!ZEM_ASSERT(index != eLookRoot, "you cannot directly manipulate a private tree")) return;
-        if (!ZEM_ASSERT(index < eRootCount, "Invalid parameters")) return;
+        if (!GUI_CHECK(index != eLookRoot, "you cannot directly manipulate a private tree")) return;
+        if (!GUI_CHECK(index < eRootCount, "Invalid parameters")) return;
         BaseObj* root = m_apRoots[index];
         while (root->GetChildCount())
         {
@@ -255,7 +256,7 @@ namespace ZemGui
     {
         BaseObj* obj = m_kObjects.Find(id);
         if (!obj) return nullptr;
-        if (!ZEM_ASSERT(obj->GetRootIndex() != eLookRoot, "you cannot directly manipulate a private tree")) return nullptr;
+        if (!GUI_CHECK(obj->GetRootIndex() != eLookRoot, "you cannot directly manipulate a private tree")) return nullptr;
         return obj;
     }
 
@@ -286,9 +287,9 @@ namespace ZemGui
 
     Look* ObjManager::CreateLook(const char* name)
     {
-        if (!ZEM_ASSERT(name != nullptr && name[0] != '\0', "Invalid parameters")) return nullptr;
-        if (!ZEM_ASSERT(GetLook(name) == nullptr, "Look with same name already exists")) return nullptr;
-        if (!ZEM_ASSERT(m_aLooks.GetSize() < kMaxLooks, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(name != nullptr && name[0] != '\0', "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(GetLook(name) == nullptr, "Look with same name already exists")) return nullptr;
+        if (!GUI_CHECK(m_aLooks.GetSize() < kMaxLooks, "Invalid parameters")) return nullptr;
         BaseObj* root = CreateObj<Node>(name, m_apRoots[eLookRoot]);
         if (!root) return nullptr;
         Look* look = MEM_NEW(Look, name, root);

@@ -1,4 +1,5 @@
 #include "zemgui/PointerManager.h"
+#include "zemgui/GuiAssert.h"
 
 #include <cstring>
 
@@ -195,8 +196,8 @@ namespace ZemGui
             ObjManager* om = Access::Objects();
             const bool underPointerRoot = om && obj->GetRootIndex() == ePointerObjRoot &&
                                           obj != om->GetRootAt(ePointerObjRoot) && !obj->IsPendingDelete();
-            if (!ZEM_ASSERT(underPointerRoot, "This pointer object cannot be used like that")) return false;
-            if (!ZEM_ASSERT(!obj->m_pLinkedPointer || obj->m_pLinkedPointer == this,
+            if (!GUI_CHECK(underPointerRoot, "This pointer object cannot be used like that")) return false;
+            if (!GUI_CHECK(!obj->m_pLinkedPointer || obj->m_pLinkedPointer == this,
                             "This pointer object is already linked to another pointer"))
                 return false;
         }
@@ -223,9 +224,9 @@ namespace ZemGui
 
     Pointer* PointerManager::CreatePointer(const char* name)
     {
-        if (!ZEM_ASSERT(name != nullptr, "Invalid parameters")) return nullptr;
-        if (!ZEM_ASSERT(GetPointer(name) == nullptr, "Pointer with same name already exists")) return nullptr;
-        if (!ZEM_ASSERT(m_aPointers.GetSize() < kMaxPointers, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(name != nullptr, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(GetPointer(name) == nullptr, "Pointer with same name already exists")) return nullptr;
+        if (!GUI_CHECK(m_aPointers.GetSize() < kMaxPointers, "Invalid parameters")) return nullptr;
         Pointer* p = MEM_NEW(Pointer, this, name);
         m_aPointers.Add(p);
         return p;

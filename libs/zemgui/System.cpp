@@ -1,4 +1,5 @@
 #include "zemgui/System.h"
+#include "zemgui/GuiAssert.h"
 
 #include <new>
 
@@ -26,7 +27,7 @@ namespace ZemGui
     {
         if (s_pInstance) return s_pInstance;
         void* mem = MEM_ALLOC(sizeof(System));
-        if (!ZEM_ASSERT(mem != nullptr, "Invalid parameters")) return nullptr;
+        if (!GUI_CHECK(mem != nullptr, "Invalid parameters")) return nullptr;
         new (mem) System(engine, renderer);
         return s_pInstance;
     }
@@ -83,7 +84,7 @@ namespace ZemGui
 
     void System::Update(unsigned int deltaMs)
     {
-        if (!ZEM_ASSERT(IsGuiThread(), "GUI objects belong to the GUI's thread")) return;
+        if (!GUI_CHECK(IsGuiThread(), "GUI objects belong to the GUI's thread")) return;
         m_bInUpdate = true;
         m_kMainThreadQueue.Drain();
         m_pScreen->SetFrameTimeMs(deltaMs);
@@ -93,7 +94,7 @@ namespace ZemGui
 
     void System::RunPass(BaseObj* root)
     {
-        if (!ZEM_ASSERT(IsGuiThread(), "GUI objects belong to the GUI's thread")) return;
+        if (!GUI_CHECK(IsGuiThread(), "GUI objects belong to the GUI's thread")) return;
         const bool wasInDraw = m_bInDraw;
         m_bInDraw = true;
         if (m_pRenderer) m_pRenderer->BeginMarker("DrawGUI");
@@ -119,7 +120,7 @@ namespace ZemGui
 
     void System::SetTexturePath(const char* path)
     {
-        if (!ZEM_ASSERT(CopyFixedText(m_szTexturePath, path), "Invalid parameters")) return;
+        if (!GUI_CHECK(CopyFixedText(m_szTexturePath, path), "Invalid parameters")) return;
     }
 
     void System::PlaySound(const char* name)

@@ -1,4 +1,5 @@
 #include "zemgui/obj/BaseObj.h"
+#include "zemgui/GuiAssert.h"
 
 #include <cmath>
 #include <cstdio>
@@ -93,7 +94,7 @@ namespace ZemGui
 
     BaseObj::~BaseObj()
     {
-        if (!ZEM_ASSERT(m_vChildren.IsEmpty(), "Anormal behavior! This object should not have children"))
+        if (!GUI_CHECK(m_vChildren.IsEmpty(), "Anormal behavior! This object should not have children"))
         {
             // Orphans rather than children that point at freed memory.
             for (BaseObj* c : m_vChildren) c->m_pParent = nullptr;
@@ -114,7 +115,7 @@ namespace ZemGui
         char path[kPathCapacity * 2];
         const int n = m_pParent ? std::snprintf(path, sizeof(path), "%s/%s", m_pParent->m_szPath, m_kName.Get())
                                 : std::snprintf(path, sizeof(path), "%s", m_kName.Get());
-        if (!ZEM_ASSERT(n >= 0 && n < static_cast<int>(kPathCapacity),
+        if (!GUI_CHECK(n >= 0 && n < static_cast<int>(kPathCapacity),
                         "Path is too long, resize the string or rename GUI objects."))
         {
             // The path is cut; the creator refuses such an object before it is made.
@@ -225,12 +226,12 @@ namespace ZemGui
 
     bool BaseObj::SetName(const char* name)
     {
-        if (!ZEM_ASSERT(name != nullptr && name[0] != '\0', "Invalid parameters")) return false;
+        if (!GUI_CHECK(name != nullptr && name[0] != '\0', "Invalid parameters")) return false;
         if (m_kName.Equals(name)) return true;
-        if (m_pParent && !ZEM_ASSERT(m_pParent->GetChild(name) == nullptr, "An object with the same name already exists"))
+        if (m_pParent && !GUI_CHECK(m_pParent->GetChild(name) == nullptr, "An object with the same name already exists"))
             return false;
         const size_t parentLen = m_pParent ? std::strlen(m_pParent->m_szPath) + 1 : 0;
-        if (!ZEM_ASSERT(parentLen + std::strlen(name) < kPathCapacity,
+        if (!GUI_CHECK(parentLen + std::strlen(name) < kPathCapacity,
                         "Path is too long, resize the string or rename GUI objects."))
             return false;
         const unsigned int oldId = m_uId;
@@ -270,12 +271,12 @@ namespace ZemGui
 
     void BaseObj::AddChild(BaseObj* child)
     {
-        if (!ZEM_ASSERT(child != nullptr && child != this && !child->IsAncestorOf(this) && !child->m_bPendingDelete &&
+        if (!GUI_CHECK(child != nullptr && child != this && !child->IsAncestorOf(this) && !child->m_bPendingDelete &&
                             !m_bPendingDelete,
                         "Invalid parameters"))
             return;
         if (GetChildIndex(child) >= 0) return;
-        if (!ZEM_ASSERT(m_vChildren.GetSize() < kMaxChildren, "Invalid parameters")) return;
+        if (!GUI_CHECK(m_vChildren.GetSize() < kMaxChildren, "Invalid parameters")) return;
 
         // A child of another parent moves: it leaves that list and takes a new path.
         BaseObj* oldParent = child->m_pParent;
@@ -287,7 +288,7 @@ namespace ZemGui
         child->m_pParent = this;
         if (oldParent != this)
         {
-            if (!ZEM_ASSERT(GetChild(child->GetName()) == nullptr, "An object with the same name already exists"))
+            if (!GUI_CHECK(GetChild(child->GetName()) == nullptr, "An object with the same name already exists"))
             {
                 child->m_pParent = nullptr;
                 return;
@@ -301,7 +302,7 @@ namespace ZemGui
             m_vChildren.Add(child);
         else
         {
-            if (!ZEM_ASSERT(m_uAlwaysOnTopFirstId <= m_vChildren.GetSize(), "Child doesn't link to parent"))
+            if (!GUI_CHECK(m_uAlwaysOnTopFirstId <= m_vChildren.GetSize(), "Child doesn't link to parent"))
                 m_uAlwaysOnTopFirstId = m_vChildren.GetSize();
             m_vChildren.Insert(m_uAlwaysOnTopFirstId, child);
             ++m_uAlwaysOnTopFirstId;
@@ -333,7 +334,7 @@ namespace ZemGui
         if (index < 0) return;
         m_vChildren.Remove(static_cast<unsigned int>(index));
         if (static_cast<unsigned int>(index) < m_uAlwaysOnTopFirstId) --m_uAlwaysOnTopFirstId;
-        ZEM_ASSERT(m_uAlwaysOnTopFirstId <= m_vChildren.GetSize(), "Child doesn't link to parent");
+        GUI_CHECK(m_uAlwaysOnTopFirstId <= m_vChildren.GetSize(), "Child doesn't link to parent");
         if (m_uAlwaysOnTopFirstId > m_vChildren.GetSize()) m_uAlwaysOnTopFirstId = m_vChildren.GetSize();
         child->m_pParent = nullptr;
         if (IsSizedOnChildren())
@@ -346,11 +347,11 @@ namespace ZemGui
 
     bool BaseObj::AddSubObj(SubObj* subObj)
     {
-        if (!ZEM_ASSERT(subObj != nullptr, "Invalid parameters")) return false;
-        if (!ZEM_ASSERT(subObj->GetOwner() == this, "Cannot add a SubObj of another object")) return false;
-        if (!ZEM_ASSERT(GetSubObj(subObj->GetName()) == nullptr, "Sub object with same name already composes this object"))
+        if (!GUI_CHECK(subObj != nullptr, "Invalid parameters")) return false;
+        if (!GUI_CHECK(subObj->GetOwner() == this, "Cannot add a SubObj of another object")) return false;
+        if (!GUI_CHECK(GetSubObj(subObj->GetName()) == nullptr, "Sub object with same name already composes this object"))
             return false;
-        if (!ZEM_ASSERT(m_vSubObjs.GetSize() < kMaxSubObjs, "Invalid parameters")) return false;
+        if (!GUI_CHECK(m_vSubObjs.GetSize() < kMaxSubObjs, "Invalid parameters")) return false;
         m_vSubObjs.Add(subObj);
         m_kStateUpdater.MarkDirty();
         SubObjEventArgs args(subObj);
@@ -483,7 +484,7 @@ namespace ZemGui
 
     bool BaseObj::ConnectEventCallback(const char* eventName, const EventCallbackFunctorBase& functor)
     {
-        if (!ZEM_ASSERT(eventName != nullptr && std::strlen(eventName) < kNameCapacity, "Invalid parameter."))
+        if (!GUI_CHECK(eventName != nullptr && std::strlen(eventName) < kNameCapacity, "Invalid parameter."))
             return false;
         EventEntry* e = FindEvent(eventName);
         if (!e)
@@ -491,11 +492,11 @@ namespace ZemGui
             if (!m_pEvents)
             {
                 void* block = MEM_ALLOC(sizeof(EventEntry) * kMaxEvents);
-                if (!ZEM_ASSERT(block != nullptr, "Invalid parameters")) return false;
+                if (!GUI_CHECK(block != nullptr, "Invalid parameters")) return false;
                 m_pEvents = static_cast<EventEntry*>(block);
                 for (unsigned int i = 0; i < kMaxEvents; ++i) new (&m_pEvents[i]) EventEntry();
             }
-            if (!ZEM_ASSERT(m_uEventCount < kMaxEvents, "Too many events on this object")) return false;
+            if (!GUI_CHECK(m_uEventCount < kMaxEvents, "Too many events on this object")) return false;
             e = &m_pEvents[m_uEventCount++];
             CopyFixedText(e->szName, eventName);
             e->apCallbacks[0] = functor.Clone();
@@ -515,7 +516,7 @@ namespace ZemGui
                 e->apCallbacks[i] = functor.Clone();
                 return true;
             }
-        ZEM_ASSERT(false, "Too much call back for this event");
+        GUI_CHECK(false, "Too much call back for this event");
         return false;
     }
 
@@ -585,7 +586,7 @@ namespace ZemGui
     void BaseObj::DeclareName(DeclaredNameKind kind, const char* name)
     {
         if (!name || HasDeclaredName(kind, name)) return;
-        if (!ZEM_ASSERT(GetDeclaredNameCount(kind) < kMaxDeclaredNames, "Invalid parameters")) return;
+        if (!GUI_CHECK(GetDeclaredNameCount(kind) < kMaxDeclaredNames, "Invalid parameters")) return;
         m_aDeclaredNames.Add(DeclaredName{kind, name});
     }
 
@@ -618,14 +619,14 @@ namespace ZemGui
         if (!u) return;
         for (ObjUpdater* x : m_aFirstUpdaters)
             if (x == u) return;
-        if (!ZEM_ASSERT(m_aFirstUpdaters.GetSize() < kMaxUpdaters, "Invalid parameters")) return;
+        if (!GUI_CHECK(m_aFirstUpdaters.GetSize() < kMaxUpdaters, "Invalid parameters")) return;
         m_aFirstUpdaters.Add(u);
     }
 
     void BaseObj::AddSecondUpdater(ObjUpdater* u)
     {
         if (!u || HasSecondUpdater(u)) return;
-        if (!ZEM_ASSERT(m_aSecondUpdaters.GetSize() < kMaxUpdaters, "Invalid parameters")) return;
+        if (!GUI_CHECK(m_aSecondUpdaters.GetSize() < kMaxUpdaters, "Invalid parameters")) return;
         m_aSecondUpdaters.Add(u);
     }
 
@@ -644,7 +645,7 @@ namespace ZemGui
     void BaseObj::SetState(const char* name)
     {
         if (!name || std::strcmp(name, m_szCurrentState) == 0) return;
-        if (!ZEM_ASSERT(std::strlen(name) < kNameCapacity, "Invalid parameter.")) return;
+        if (!GUI_CHECK(std::strlen(name) < kNameCapacity, "Invalid parameter.")) return;
         char copy[kNameCapacity];
         CopyFixedText(copy, name);
         std::memcpy(m_szPreviousState, m_szCurrentState, kNameCapacity);

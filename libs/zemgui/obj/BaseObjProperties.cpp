@@ -1,5 +1,6 @@
 // The property table of every object and the setters behind it.
 #include <cmath>
+#include "zemgui/GuiAssert.h"
 #include <cstring>
 
 #include "common/system/debug/Log.h"
@@ -57,7 +58,7 @@ namespace ZemGui
 
     void BaseObj::SetPosition(const UDim2& value, unsigned int mode)
     {
-        if (!ZEM_ASSERT(value.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(value.IsFinite(), "Invalid parameters")) return;
         UDim2 v = value;
         if (mode == 1)
         {
@@ -75,7 +76,7 @@ namespace ZemGui
 
     void BaseObj::MovePosition(const UDim2& delta, unsigned int mode)
     {
-        if (!ZEM_ASSERT(delta.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(delta.IsFinite(), "Invalid parameters")) return;
         UDim2 d = delta;
         if (mode == 1)
         {
@@ -92,7 +93,7 @@ namespace ZemGui
 
     void BaseObj::SetSize(const UDim2& value, unsigned int mode)
     {
-        if (!ZEM_ASSERT(value.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(value.IsFinite(), "Invalid parameters")) return;
         UDim2 v = value;
         if (mode == 1)
         {
@@ -114,7 +115,7 @@ namespace ZemGui
 
     void BaseObj::ResizeBy(const UDim2& delta, unsigned int mode)
     {
-        if (!ZEM_ASSERT(delta.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(delta.IsFinite(), "Invalid parameters")) return;
         UDim2 d = delta;
         if (mode == 1)
         {
@@ -127,7 +128,7 @@ namespace ZemGui
 
     void BaseObj::SetAnchor(const UDim2& value)
     {
-        if (!ZEM_ASSERT(value.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(value.IsFinite(), "Invalid parameters")) return;
         if (value == m_kAnchor) return;
         m_kAnchor = value;
         MarkPosition();
@@ -148,7 +149,7 @@ namespace ZemGui
 
     void BaseObj::SetRotation(float degrees)
     {
-        if (!ZEM_ASSERT(std::isfinite(degrees), "Invalid parameters")) return;
+        if (!GUI_CHECK(std::isfinite(degrees), "Invalid parameters")) return;
         const float d = WrapDegrees(degrees);
         if (d == m_fRotation) return;
         m_fRotation = d;
@@ -159,7 +160,7 @@ namespace ZemGui
 
     void BaseObj::Rotate(float degrees)
     {
-        if (!ZEM_ASSERT(std::isfinite(degrees), "Invalid parameters")) return;
+        if (!GUI_CHECK(std::isfinite(degrees), "Invalid parameters")) return;
         const float d = std::fmod(degrees, 360.0f);
         if (d == 0.0f) return;
         m_fRotation = WrapDegrees(m_fRotation + d);
@@ -169,25 +170,25 @@ namespace ZemGui
 
     void BaseObj::EasePosition(const UDim2& target, float seconds, const EaseFunction* ease, unsigned int easeMode)
     {
-        if (!ZEM_ASSERT(target.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(target.IsFinite(), "Invalid parameters")) return;
         m_kEasePositionUpdater.Start(seconds, m_kPosition, target, ease, easeMode);
     }
 
     void BaseObj::EaseSize(const UDim2& target, float seconds, const EaseFunction* ease, unsigned int easeMode)
     {
-        if (!ZEM_ASSERT(target.IsFinite(), "Invalid parameters")) return;
+        if (!GUI_CHECK(target.IsFinite(), "Invalid parameters")) return;
         m_kEaseSizeUpdater.Start(seconds, m_kSize, target, ease, easeMode);
     }
 
     void BaseObj::EaseRotation(float target, float seconds, const EaseFunction* ease, unsigned int easeMode)
     {
-        if (!ZEM_ASSERT(std::isfinite(target), "Invalid parameters")) return;
+        if (!GUI_CHECK(std::isfinite(target), "Invalid parameters")) return;
         m_kEaseRotationUpdater.Start(seconds, m_fRotation, target, ease, easeMode);
     }
 
     void BaseObj::EaseAlpha(float target, float seconds, const EaseFunction* ease, unsigned int easeMode)
     {
-        if (!ZEM_ASSERT(std::isfinite(target), "Invalid parameters")) return;
+        if (!GUI_CHECK(std::isfinite(target), "Invalid parameters")) return;
         m_kEaseAlphaUpdater.Start(seconds, m_fAlpha, target, ease, easeMode);
     }
 
@@ -261,7 +262,7 @@ namespace ZemGui
 
     void BaseObj::SetAlpha(float a)
     {
-        if (!ZEM_ASSERT(!std::isnan(a), "Invalid parameters")) return;
+        if (!GUI_CHECK(!std::isnan(a), "Invalid parameters")) return;
         a = a < 0.0f ? 0.0f : (a > 1.0f ? 1.0f : a);
         if (a == m_fAlpha) return;
         m_fAlpha = a;
@@ -344,7 +345,7 @@ namespace ZemGui
 
     void BaseObj::SetChangePointerState(const char* state)
     {
-        if (!ZEM_ASSERT(CopyFixedText(m_szChangePointerState, state), "Invalid parameter.")) return;
+        if (!GUI_CHECK(CopyFixedText(m_szChangePointerState, state), "Invalid parameter.")) return;
     }
 
     void BaseObj::SetTooltipText(const char* text) { m_kTooltipText.Set(text && text[0] ? text : nullptr); }

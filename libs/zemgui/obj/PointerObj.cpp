@@ -1,4 +1,5 @@
 #include "zemgui/obj/PointerObj.h"
+#include "zemgui/GuiAssert.h"
 
 #include "common/system/debug/Log.h"
 
@@ -13,6 +14,6 @@ namespace ZemGui
 
     void PointerObj::SetDefaultPointerState(const char* state)
     {
-        if (!ZEM_ASSERT(CopyFixedText(m_szDefaultPointerState, state), "Invalid parameter.")) return;
+        if (!GUI_CHECK(CopyFixedText(m_szDefaultPointerState, state), "Invalid parameter.")) return;
     }
 }

@@ -1,4 +1,5 @@
 #include "zemgui/updaters/ObjUpdaters.h"
+#include "zemgui/GuiAssert.h"
 
 #include "zemgui/GuiAccess.h"
 #include "zemgui/obj/BaseObj.h"
@@ -180,7 +181,7 @@ namespace ZemGui
         if (!subObj) return;
         for (SubObj* s : m_aQueue)
             if (s == subObj) return;
-        if (!ZEM_ASSERT(m_aQueue.GetSize() < kMaxSubObjs, "Invalid parameters")) return;
+        if (!GUI_CHECK(m_aQueue.GetSize() < kMaxSubObjs, "Invalid parameters")) return;
         m_aQueue.Add(subObj);
         SetDirty();
     }
