@@ -139,26 +139,23 @@ namespace ZemGui
         for (BaseObj* root : m_apRoots)
             if (!GUI_CHECK(obj != root, "Cannot delete root")) return;
         // A second deletion of an object that waits for the lock finds no map entry.
-        if (!GUI_CHECK(!obj->m_bPendingDelete && m_kObjects.Find(obj->GetId()) == obj, "Anormal behavior")) return;
-        // Nothing is destroyed while the deletion runs its handlers; at lock 0 the object
-        // is gone when this returns.
-        LockDeletion(true);
+        if (!GUI_CHECK(!obj->m_pPass->bPendingDelete && m_kObjects.Find(obj->GetId()) == obj, "Anormal behavior")) return;
         DeleteUnchecked(obj);
-        LockDeletion(false);
+        // What handlers deleted while the events fired (under the lock) goes now too.
         if (!IsDeletionLocked()) FlushDeletions(nullptr);
     }
 
     void ObjManager::DeleteUnchecked(BaseObj* obj)
     {
         if (m_kObjects.Find(obj->GetId()) == obj) m_kObjects.Remove(obj->GetId());
-        obj->m_bPendingDelete = true;
+        obj->m_pPass->bPendingDelete = true;
 
         if (PointerManager* pm = Access::Pointers()) pm->ForgetObj(obj);
 
         while (obj->GetChildCount())
         {
             BaseObj* child = obj->GetChildAt(0);
-            if (child->m_bPendingDelete)
+            if (child->m_pPass->bPendingDelete)
                 obj->RemoveChild(child);
             else
                 DeleteUnchecked(child);
@@ -166,7 +163,7 @@ namespace ZemGui
             if (obj->GetChildAt(0) == child)
             {
                 child->m_pParent = nullptr;
-                obj->m_vChildren.Remove(0);
+                obj->RemoveChildAt(0);
                 if (obj->m_uAlwaysOnTopFirstId) --obj->m_uAlwaysOnTopFirstId;
             }
         }
@@ -346,9 +343,9 @@ namespace ZemGui
         if (!OnGuiThread()) return;
         LockDeletion(true);
         if (!root) root = m_apRoots[eDrawnObjRoot];
-        if (!root->m_bPendingDelete)
+        if (!root->m_pPass->bPendingDelete)
         {
-            UpdateTree(root);
+            UpdateTree(root->m_pPass);
             PointerManager* pm = Access::Pointers();
             const bool pointerWalk = m_uFrameActive > 0 || (pm && pm->GetPointersToTestCount() > 0);
             if (pointerWalk) PointerTree(root);
@@ -356,8 +353,8 @@ namespace ZemGui
             for (unsigned int i = 0; pm && i < pm->GetPointerCount(); ++i)
             {
                 BaseObj* po = pm->GetPointerAt(i)->GetPointerObj();
-                if (!po || po->m_bPendingDelete) continue;
-                UpdateTree(po);
+                if (!po || po->m_pPass->bPendingDelete) continue;
+                UpdateTree(po->m_pPass);
                 if (pointerWalk) PointerTree(po);
             }
         }
@@ -365,40 +362,44 @@ namespace ZemGui
         if (!IsDeletionLocked()) FlushDeletions(nullptr);
     }
 
-    void ObjManager::UpdateTree(BaseObj* obj)
+    void ObjManager::UpdateTree(PassHeader* h)
     {
-        if (!obj->m_bVisible && !obj->m_bIsPointerObj) return;
-        if (obj->m_uDirtyUpdaters)
+        // Only the header is read unless the object has work or something to draw.
+        if (!h->bVisible && !h->bIsPointerObj) return;
+        if (h->uDirtyUpdaters)
         {
+            BaseObj* obj = h->pObj;
             for (unsigned int i = 0; i < obj->m_aFirstUpdaters.GetSize(); ++i)
             {
                 obj->m_aFirstUpdaters[i]->Update();
-                if (obj->m_bPendingDelete) return;
+                if (h->bPendingDelete) return;
             }
         }
-        if (obj->m_bVisible && !obj->m_vSubObjs.IsEmpty())
+        if (h->bVisible && h->bHasSubObjs)
         {
             System* sys = System::GetInstance();
             if (sys && sys->GetRenderer())
             {
+                BaseObj* obj = h->pObj;
                 GuiShader* shader = sys->GetShader(eGuiShader);
                 for (unsigned int i = 0; i < obj->m_vSubObjs.GetSize(); ++i) obj->m_vSubObjs[i]->Draw(shader);
             }
         }
         // Indices, not pointers into the array: handlers may reorder or delete children.
+        const ZemRenderer::TArray<PassHeader*>& kids = h->aChildren;
         unsigned int i = 0;
-        while (i < obj->m_vChildren.GetSize())
+        while (i < kids.GetSize())
         {
-            BaseObj* child = obj->m_vChildren[i];
+            PassHeader* child = kids[i];
             UpdateTree(child);
-            if (obj->m_bPendingDelete) return;
-            if (i < obj->m_vChildren.GetSize() && obj->m_vChildren[i] == child) ++i;
+            if (h->bPendingDelete) return;
+            if (i < kids.GetSize() && kids[i] == child) ++i;
         }
     }
 
     void ObjManager::PointerTree(BaseObj* obj)
     {
-        if (!obj->m_bVisible) return;
+        if (!obj->m_pPass->bVisible) return;
         unsigned int i = obj->m_vChildren.GetSize();
         while (i > 0)
         {
@@ -409,12 +410,12 @@ namespace ZemGui
                 continue;
             }
             PointerTree(obj->m_vChildren[i]);
-            if (obj->m_bPendingDelete) return;
+            if (obj->m_pPass->bPendingDelete) return;
         }
         for (unsigned int k = 0; k < obj->m_aSecondUpdaters.GetSize(); ++k)
         {
             obj->m_aSecondUpdaters[k]->Update();
-            if (obj->m_bPendingDelete) return;
+            if (obj->m_pPass->bPendingDelete) return;
         }
     }
 }

@@ -97,7 +97,7 @@ namespace ZemGui
         void Register(BaseObj* obj);
         void DeleteUnchecked(BaseObj* obj);
         void Destroy(BaseObj* obj);
-        void UpdateTree(BaseObj* obj);
+        void UpdateTree(PassHeader* h);
         void PointerTree(BaseObj* obj);
         void ReindexTree(BaseObj* obj);
 

@@ -7,6 +7,7 @@
 
 #include "common/system/debug/Log.h"
 #include "common/utils/Hash.h"
+#include "common/utils/pool/ObjectPool.h"
 #include "zemgui/GuiAccess.h"
 #include "zemgui/obj/PointerObj.h"
 #include "zemgui/subobj/SubObj.h"
@@ -21,6 +22,22 @@ namespace ZemGui
             "PointerMovedEvent",  "PointerEnteredEvent", "PointerLeftEvent",   "ButtonPressedEvent",
             "ButtonReleasedEvent", "PointerScrolledEvent",
         };
+
+        // Headers in chunks of 256: objects made together have their headers together.
+        Common::CObjectPool<PassHeader, Common::Mem::DefaultModel, Common::Pool::CPoolGrowthConstantN<256>>& PassPool()
+        {
+            static Common::CObjectPool<PassHeader, Common::Mem::DefaultModel, Common::Pool::CPoolGrowthConstantN<256>> s_kPool;
+            return s_kPool;
+        }
+
+        PassHeader* NewPassHeader(BaseObj* obj)
+        {
+            PassHeader* h = PassPool().Allocate();
+            // Out of memory is the end of the GUI; a header of its own keeps the object usable.
+            if (!h) h = MEM_NEW(PassHeader);
+            h->pObj = obj;
+            return h;
+        }
 
         // Deletion stays locked while callbacks run, so that a handler may delete any object,
         // the firing one included, without pulling memory from under the caller.
@@ -39,7 +56,7 @@ namespace ZemGui
     }
 
     BaseObj::BaseObj(const char* name, BaseObj* parent, const char* lookName, const char* protoName)
-        : m_pParent(parent), m_kName(name ? name : ""), m_kLookName(lookName ? lookName : ""),
+        : m_pPass(NewPassHeader(this)), m_pParent(parent), m_kName(name ? name : ""), m_kLookName(lookName ? lookName : ""),
           m_kProtoName(protoName ? protoName : "")
     {
         m_apUpdaters[eRedrawUpdater] = &m_kRedrawUpdater;
@@ -108,6 +125,8 @@ namespace ZemGui
             MEM_FREE(m_pEvents);
         }
         for (EventCallbackFunctorBase* f : m_aRetiredCallbacks) MEM_DELETE(f);
+        PassPool().Release(m_pPass);
+        m_pPass = nullptr;
     }
 
     bool BaseObj::BuildPath()
@@ -260,7 +279,7 @@ namespace ZemGui
     bool BaseObj::IsVisibleInTree() const
     {
         for (const BaseObj* o = this; o; o = o->m_pParent)
-            if (!o->m_bVisible) return false;
+            if (!o->m_pPass->bVisible) return false;
         return true;
     }
 
@@ -271,8 +290,8 @@ namespace ZemGui
 
     void BaseObj::AddChild(BaseObj* child)
     {
-        if (!GUI_CHECK(child != nullptr && child != this && !child->IsAncestorOf(this) && !child->m_bPendingDelete &&
-                            !m_bPendingDelete,
+        if (!GUI_CHECK(child != nullptr && child != this && !child->IsAncestorOf(this) && !child->m_pPass->bPendingDelete &&
+                            !m_pPass->bPendingDelete,
                         "Invalid parameters"))
             return;
         if (GetChildIndex(child) >= 0) return;
@@ -283,7 +302,7 @@ namespace ZemGui
         if (oldParent && oldParent != this && oldParent->GetChildIndex(child) >= 0)
         {
             oldParent->RemoveChild(child);
-            if (child->m_bPendingDelete || GetChildIndex(child) >= 0) return;
+            if (child->m_pPass->bPendingDelete || GetChildIndex(child) >= 0) return;
         }
         child->m_pParent = this;
         if (oldParent != this)
@@ -299,12 +318,12 @@ namespace ZemGui
         }
 
         if (child->m_bAlwaysOnTop)
-            m_vChildren.Add(child);
+            InsertChildAt(m_vChildren.GetSize(), child);
         else
         {
             if (!GUI_CHECK(m_uAlwaysOnTopFirstId <= m_vChildren.GetSize(), "Child doesn't link to parent"))
                 m_uAlwaysOnTopFirstId = m_vChildren.GetSize();
-            m_vChildren.Insert(m_uAlwaysOnTopFirstId, child);
+            InsertChildAt(m_uAlwaysOnTopFirstId, child);
             ++m_uAlwaysOnTopFirstId;
         }
 
@@ -332,7 +351,7 @@ namespace ZemGui
         // A handler may have moved or removed it already.
         const int index = GetChildIndex(child);
         if (index < 0) return;
-        m_vChildren.Remove(static_cast<unsigned int>(index));
+        RemoveChildAt(static_cast<unsigned int>(index));
         if (static_cast<unsigned int>(index) < m_uAlwaysOnTopFirstId) --m_uAlwaysOnTopFirstId;
         GUI_CHECK(m_uAlwaysOnTopFirstId <= m_vChildren.GetSize(), "Child doesn't link to parent");
         if (m_uAlwaysOnTopFirstId > m_vChildren.GetSize()) m_uAlwaysOnTopFirstId = m_vChildren.GetSize();
@@ -353,6 +372,7 @@ namespace ZemGui
             return false;
         if (!GUI_CHECK(m_vSubObjs.GetSize() < kMaxSubObjs, "Invalid parameters")) return false;
         m_vSubObjs.Add(subObj);
+        m_pPass->bHasSubObjs = true;
         m_kStateUpdater.MarkDirty();
         SubObjEventArgs args(subObj);
         FireEvent("SubObjAddedEvent", args);
@@ -373,6 +393,7 @@ namespace ZemGui
             if (m_vSubObjs[i] == subObj)
             {
                 m_vSubObjs.Remove(i);
+                m_pPass->bHasSubObjs = !m_vSubObjs.IsEmpty();
                 MEM_DELETE(subObj);
                 return;
             }
@@ -391,12 +412,44 @@ namespace ZemGui
     {
         if (from == to || from >= m_vChildren.GetSize() || to >= m_vChildren.GetSize()) return;
         BaseObj* c = m_vChildren[from];
+        PassHeader* h = m_pPass->aChildren[from];
+        auto& heads = m_pPass->aChildren;
         if (from < to)
-            for (unsigned int k = from; k < to; ++k) m_vChildren[k] = m_vChildren[k + 1];
+            for (unsigned int k = from; k < to; ++k)
+            {
+                m_vChildren[k] = m_vChildren[k + 1];
+                heads[k] = heads[k + 1];
+            }
         else
-            for (unsigned int k = from; k > to; --k) m_vChildren[k] = m_vChildren[k - 1];
+            for (unsigned int k = from; k > to; --k)
+            {
+                m_vChildren[k] = m_vChildren[k - 1];
+                heads[k] = heads[k - 1];
+            }
         m_vChildren[to] = c;
+        heads[to] = h;
         MarkRedraw();
+    }
+
+    void BaseObj::InsertChildAt(unsigned int i, BaseObj* child)
+    {
+        if (i >= m_vChildren.GetSize())
+        {
+            m_vChildren.Add(child);
+            m_pPass->aChildren.Add(child->m_pPass);
+        }
+        else
+        {
+            m_vChildren.Insert(i, child);
+            m_pPass->aChildren.Insert(i, child->m_pPass);
+        }
+    }
+
+    void BaseObj::RemoveChildAt(unsigned int i)
+    {
+        if (i >= m_vChildren.GetSize()) return;
+        m_vChildren.Remove(i);
+        m_pPass->aChildren.Remove(i);
     }
 
     void BaseObj::RaiseChild(BaseObj* child)

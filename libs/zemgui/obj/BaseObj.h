@@ -51,6 +51,19 @@ namespace ZemGui
         eAutoSubObjName,
     };
 
+    // What the pass reads of an object, kept apart in a dense pool: a walk over
+    // unchanged objects reads these headers and leaves the (large) objects alone.
+    struct PassHeader
+    {
+        BaseObj* pObj = nullptr;
+        ZemRenderer::TArray<PassHeader*> aChildren;  // the children's headers, in child order
+        unsigned int uDirtyUpdaters = 0;
+        bool bVisible = true;
+        bool bIsPointerObj = false;
+        bool bPendingDelete = false;
+        bool bHasSubObjs = false;
+    };
+
     class BaseObj : public PropertyList
     {
     public:
@@ -195,7 +208,7 @@ namespace ZemGui
         bool GetInheritOrientation() const { return m_bInheritOrientation; }
         bool GetInheritPosition() const { return m_bInheritPosition; }
         bool GetInheritSize() const { return m_bInheritSize; }
-        bool IsVisible() const { return m_bVisible; }
+        bool IsVisible() const { return m_pPass->bVisible; }
         void SetVisible(bool b);
         bool IsEnabled() const { return m_bEnabled; }
         void SetEnabled(bool b);
@@ -260,9 +273,9 @@ namespace ZemGui
         bool IsSelfSized() const { return m_kSize.x.scale < 0.0f || m_kSize.y.scale < 0.0f; }
         // Its layout depends on its children: self-sized, or stacking them.
         bool IsSizedOnChildren() const { return IsSelfSized() || m_bStack; }
-        bool IsPointerObj() const { return m_bIsPointerObj; }
+        bool IsPointerObj() const { return m_pPass->bIsPointerObj; }
         // Deleted and waiting for the deletion lock to fall: out of the tree and the map.
-        bool IsPendingDelete() const { return m_bPendingDelete; }
+        bool IsPendingDelete() const { return m_pPass->bPendingDelete; }
 
         // ---- Names offered to tools ----
         void DeclareName(DeclaredNameKind kind, const char* name);
@@ -271,7 +284,8 @@ namespace ZemGui
 
         // ---- Updaters ----
         ObjUpdater* GetUpdater(UpdaterId id) const { return id < eUpdaterCount ? m_apUpdaters[id] : nullptr; }
-        unsigned int GetDirtyUpdaterCount() const { return m_uDirtyUpdaters; }
+        unsigned int GetDirtyUpdaterCount() const { return m_pPass->uDirtyUpdaters; }
+        PassHeader* GetPassHeader() const { return m_pPass; }
         unsigned int GetFirstUpdaterCount() const { return m_aFirstUpdaters.GetSize(); }
         ObjUpdater* GetFirstUpdaterAt(unsigned int i) const { return m_aFirstUpdaters[i]; }
         unsigned int GetSecondUpdaterCount() const { return m_aSecondUpdaters.GetSize(); }
@@ -291,7 +305,7 @@ namespace ZemGui
         static const PropertyTable& GetBaseObjTable();
 
     protected:
-        void SetIsPointerObj() { m_bIsPointerObj = true; }
+        void SetIsPointerObj() { m_pPass->bIsPointerObj = true; }
 
     private:
         friend class ObjManager;
@@ -310,9 +324,12 @@ namespace ZemGui
         friend class PointerUpdater;
 
         bool BuildPath();
-        void SetPendingDelete() { m_bPendingDelete = true; }
+        void SetPendingDelete() { m_pPass->bPendingDelete = true; }
         void MarkLayoutOfParent();
         void MoveChildTo(unsigned int from, unsigned int to);
+        // The child arrays change only here, so that the headers' array follows.
+        void InsertChildAt(unsigned int i, BaseObj* child);
+        void RemoveChildAt(unsigned int i);
 
         // Updater bodies.
         void ComputeWorldPosition();
@@ -326,6 +343,8 @@ namespace ZemGui
 
         EventEntry* FindEvent(const char* name) const;
 
+        // First: the updaters below count their dirty flags in it from construction on.
+        PassHeader* m_pPass;
         BaseObj* m_pParent = nullptr;
         ZemRenderer::TArray<BaseObj*> m_vChildren;
         ZemRenderer::TArray<SubObj*> m_vSubObjs;
@@ -355,7 +374,6 @@ namespace ZemGui
         bool m_bInheritPosition = true;
         bool m_bInheritSize = true;
         bool m_bAlignToPixel = true;
-        bool m_bVisible = true;
         bool m_bEnabled = true;
         bool m_bEnabledFinal = true;
         float m_fAlpha = 1.0f;
@@ -406,7 +424,6 @@ namespace ZemGui
         ObjUpdater* m_apUpdaters[eUpdaterCount] = {};
         ZemRenderer::TArray<ObjUpdater*> m_aFirstUpdaters;
         ZemRenderer::TArray<ObjUpdater*> m_aSecondUpdaters;
-        unsigned int m_uDirtyUpdaters = 0;
 
         EventEntry* m_pEvents = nullptr;  // kMaxEvents entries, made on the first connection
         unsigned int m_uEventCount = 0;
@@ -428,8 +445,6 @@ namespace ZemGui
         Alignment m_eAspectRatioStretchAlignment = eLeftTop;
         unsigned int m_uFocusMask = 1;
 
-        bool m_bIsPointerObj = false;
-        bool m_bPendingDelete = false;
     };
 
     // The container: nothing added.

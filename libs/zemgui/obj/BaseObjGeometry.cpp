@@ -148,7 +148,7 @@ namespace ZemGui
         for (unsigned int i = 0; i < m_vChildren.GetSize(); ++i)
         {
             BaseObj* child = m_vChildren[i];
-            if (!child->m_bVisible) continue;
+            if (!child->m_pPass->bVisible) continue;
             const Vec2 a = child->GetAbsSize();
             if (m_bStack)
             {
@@ -184,11 +184,11 @@ namespace ZemGui
             for (unsigned int i = 0; i < m_vChildren.GetSize(); ++i)
             {
                 BaseObj* ci = m_vChildren[i];
-                if (!ci->m_bVisible) continue;
+                if (!ci->m_pPass->bVisible) continue;
                 for (unsigned int j = i + 1; j < m_vChildren.GetSize(); ++j)
                 {
                     BaseObj* cj = m_vChildren[j];
-                    if (!cj->m_bVisible) continue;
+                    if (!cj->m_pPass->bVisible) continue;
                     const Vec2 area(selfX ? c.x : m_kAvailableSize.x, selfY ? c.y : m_kAvailableSize.y);
                     const Vec2 pi = ci->ComputeAbsPosition(area, true);
                     const Vec2 pj = cj->ComputeAbsPosition(area, true);

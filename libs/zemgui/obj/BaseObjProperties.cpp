@@ -226,8 +226,8 @@ namespace ZemGui
 
     void BaseObj::SetVisible(bool b)
     {
-        if (b == m_bVisible) return;
-        m_bVisible = b;
+        if (b == m_pPass->bVisible) return;
+        m_pPass->bVisible = b;
         if (m_pParent && m_pParent->IsSizedOnChildren()) m_pParent->MarkSize();
     }
 

@@ -9,16 +9,14 @@
 
 namespace ZemGui
 {
-    ObjUpdater::~ObjUpdater()
-    {
-        if (m_bDirty && m_pOwner) --m_pOwner->m_uDirtyUpdaters;
-    }
+    // The owner is going too: its count of dirty updaters no longer matters.
+    ObjUpdater::~ObjUpdater() = default;
 
     bool ObjUpdater::SetDirty()
     {
         if (m_bDirty) return false;
         m_bDirty = true;
-        ++m_pOwner->m_uDirtyUpdaters;
+        ++m_pOwner->m_pPass->uDirtyUpdaters;
         return true;
     }
 
@@ -26,7 +24,7 @@ namespace ZemGui
     {
         if (!m_bDirty) return false;
         m_bDirty = false;
-        --m_pOwner->m_uDirtyUpdaters;
+        --m_pOwner->m_pPass->uDirtyUpdaters;
         return true;
     }
 
