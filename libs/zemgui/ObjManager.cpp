@@ -91,6 +91,19 @@ namespace ZemGui
         return gone ? nullptr : obj;
     }
 
+    BaseObj* ObjManager::CreateHolder(const char* name)
+    {
+        if (!OnGuiThread()) return nullptr;
+        if (!GUI_CHECK(name != nullptr && name[0] != '\0' && std::strlen(name) < kPathCapacity, "Invalid parameters"))
+            return nullptr;
+        if (!GUI_CHECK(m_kObjects.Find(GenerateUIntIdFromString(name)) == nullptr,
+                       "An object with the same name already exists"))
+            return nullptr;
+        BaseObj* holder = MEM_NEW(Node, name, nullptr, "", "");
+        holder->m_uRootIndex = eHolderTree;
+        return FinishCreate(holder, nullptr);
+    }
+
     void ObjManager::Register(BaseObj* obj) { m_kObjects.Insert(obj->GetId(), obj); }
 
     BaseObj* ObjManager::CreateObjByType(const char* typeName, const char* name, BaseObj* parent)

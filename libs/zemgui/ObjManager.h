@@ -16,7 +16,8 @@ namespace ZemGui
         eDrawnObjRoot = 0,
         ePointerObjRoot = 1,
         eLookRoot = 2,
-        eRootCount
+        eRootCount,
+        eHolderTree = eRootCount  // the root index of what lies under a holder
     };
 
     class ObjManager
@@ -44,6 +45,9 @@ namespace ZemGui
         BaseObj* CreateObjFromObj(const char* name, BaseObj* parent, const BaseObj* source, bool keepLook);
         BaseObj* CreateObjFromLook(const char* name, BaseObj* parent, const char* lookName, const char* protoName);
         void DeleteObj(BaseObj* obj);
+        // A parentless node outside the three roots, in the map under its name: a place
+        // where objects wait unseen (loaded pages). Never drawn; `DeleteObj` ends it.
+        BaseObj* CreateHolder(const char* name);
         void DeleteObjFromLook(Look* look, const char* protoName);
         void ClearRoot(unsigned int index);
 

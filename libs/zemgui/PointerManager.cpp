@@ -14,22 +14,25 @@ namespace ZemGui
         // Every pointer operation runs with deletion locked: a handler may delete any
         // object, and none is destroyed before the operation has stopped using it. At the
         // end no field may keep an object that was deleted meanwhile.
+        // A pointer deleted by a handler is kept until its operations are over.
         class PointerScope
         {
         public:
-            explicit PointerScope(Pointer* pointer) : m_pPointer(pointer), m_pObjects(Access::Objects())
+            explicit PointerScope(Pointer* pointer) : m_pManager(pointer->GetManager()), m_pObjects(Access::Objects())
             {
                 if (m_pObjects) m_pObjects->LockDeletion(true);
+                m_pManager->EnterOperation();
             }
             ~PointerScope()
             {
+                m_pManager->LeaveOperation();
                 if (!m_pObjects) return;
                 m_pObjects->LockDeletion(false);
                 if (!m_pObjects->IsDeletionLocked()) m_pObjects->FlushDeletions(nullptr);
             }
 
         private:
-            Pointer* m_pPointer;
+            PointerManager* m_pManager;
             ObjManager* m_pObjects;
         };
 
@@ -220,6 +223,17 @@ namespace ZemGui
             if (p->m_pPointerObj) p->m_pPointerObj->m_pLinkedPointer = nullptr;
             MEM_DELETE(p);
         }
+        for (Pointer* p : m_aRetired) MEM_DELETE(p);
+    }
+
+    void PointerManager::LeaveOperation()
+    {
+        if (m_uOperations > 0) --m_uOperations;
+        if (m_uOperations == 0)
+        {
+            for (Pointer* p : m_aRetired) MEM_DELETE(p);
+            m_aRetired.Clear();
+        }
     }
 
     Pointer* PointerManager::CreatePointer(const char* name)
@@ -259,7 +273,10 @@ namespace ZemGui
             pointer->SetFocused(nullptr);
             pointer->SetPointerObj(nullptr);
             RemovePointerToTest(pointer);
-            MEM_DELETE(pointer);
+            if (m_uOperations)
+                m_aRetired.Add(pointer);
+            else
+                MEM_DELETE(pointer);
             return;
         }
     }

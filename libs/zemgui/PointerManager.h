@@ -29,6 +29,7 @@ namespace ZemGui
         void SetFocused(BaseObj* obj);
 
         const char* GetName() const { return m_kName.Get(); }
+        PointerManager* GetManager() const { return m_pOwner; }
         Vec2 GetPositionF() const { return m_kPosition; }
         PointerObj* GetPointerObj() const { return m_pPointerObj; }
         BaseObj* GetPointed() const { return m_pPointed; }
@@ -89,6 +90,10 @@ namespace ZemGui
         unsigned int GetPointersToTestCount() const { return m_aPointersToTest.GetSize(); }
         Pointer* GetPointerToTestAt(unsigned int i) const { return m_aPointersToTest[i]; }
 
+        // Pointer operations in progress; a pointer deleted meanwhile is freed after them.
+        void EnterOperation() { ++m_uOperations; }
+        void LeaveOperation();
+
         typedef bool (BaseObj::*EventOp)(PointerEventArgs& args);
         // The one rule for all pointer events; the result of the object that answered.
         bool Deliver(BaseObj* target, EventOp op, PointerEventArgs& args);
@@ -98,5 +103,7 @@ namespace ZemGui
         ZemRenderer::TArray<Pointer*> m_aPointersToTest;
         BaseObj* m_pInteractRoot = nullptr;
         bool m_bTestOnlyWhenMoved = true;
+        unsigned int m_uOperations = 0;
+        ZemRenderer::TArray<Pointer*> m_aRetired;
     };
 }

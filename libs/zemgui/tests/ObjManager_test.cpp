@@ -272,4 +272,30 @@ namespace ZemGui::Test
         EXPECT_EQ(order(), "TCB");
         EXPECT_EQ(p->GetAlwaysOnTopFirstId(), 2u);
     }
+
+    TEST_F(ObjManagerTest, HoldersKeepObjectsOutOfTheDrawnTree)
+    {
+        BaseObj* holder = Objects().CreateHolder("CollectionHolder");
+        ASSERT_NE(holder, nullptr);
+        EXPECT_EQ(holder->GetParent(), nullptr);
+        BaseObj* page = Make<ButtonObj>("Page", holder);
+        EXPECT_EQ(Objects().GetObjByPath("CollectionHolder/Page"), page);
+        EXPECT_EQ(page->GetRootIndex(), unsigned(eHolderTree));
+        ScopedLogCapture log;
+        EXPECT_EQ(Objects().CreateHolder("CollectionHolder"), nullptr);
+        EXPECT_TRUE(log.Contains("An object with the same name already exists"));
+
+        // Pages are cloned from it into the drawn tree, and never drawn where they wait.
+        BaseObj* shown = Objects().CreateObjFromObj("Page", Root(), page, true);
+        ASSERT_NE(shown, nullptr);
+        page->SetPosition(UDim2(0, 5, 0, 5));
+        const unsigned int waiting = page->GetDirtyUpdaterCount();
+        EXPECT_GT(waiting, 0u);
+        Frame();
+        EXPECT_EQ(page->GetDirtyUpdaterCount(), waiting) << "the pass does not reach the holder";
+        EXPECT_EQ(shown->GetDirtyUpdaterCount(), 0u);
+        Objects().DeleteObj(holder);
+        EXPECT_EQ(Objects().GetObjByPath("CollectionHolder/Page"), nullptr);
+        EXPECT_EQ(Objects().GetObjByPath("DrawnObjRoot/Page"), shown);
+    }
 }

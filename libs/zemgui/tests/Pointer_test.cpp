@@ -310,4 +310,21 @@ namespace ZemGui::Test
         MoveTo(560, 560);
         EXPECT_EQ(m_pMouse->GetPointed(), nullptr);
     }
+
+    TEST_F(PointerTest, APointerDeletedByAHandlerOutlivesItsOperation)
+    {
+        ButtonObj* b = MakeRect<ButtonObj>("B", 0, 0, 100, 100);
+        LambdaCallback dropPointer([&](EventArgs& a) {
+            Pointers().DeletePointer(static_cast<PointerEventArgs&>(a).m_pPointer);
+            return true;
+        });
+        b->ConnectEventCallback("ButtonPressedEvent", dropPointer.Functor());
+        MoveTo(10, 10);
+        EXPECT_TRUE(m_pMouse->OnButtonDown(1, 0, false));
+        EXPECT_EQ(Pointers().GetPointer("Mouse"), nullptr);
+        EXPECT_EQ(Pointers().GetPointerCount(), 0u);
+        Frame();
+        EXPECT_TRUE(b->IsPushed()) << "the release never comes";
+        EXPECT_STREQ(b->GetCurrentState(), "EnabledState") << "the pointer left as it went";
+    }
 }
