@@ -79,6 +79,29 @@ namespace ZemGui
         return r;
     }
 
+    Matrix44 Matrix44::InversePlane() const
+    {
+        const bool plane = m[0][2] == 0.0f && m[1][2] == 0.0f && m[2][0] == 0.0f && m[2][1] == 0.0f &&
+                           m[2][2] == 1.0f && m[2][3] == 0.0f && m[3][0] == 0.0f && m[3][1] == 0.0f &&
+                           m[3][2] == 0.0f && m[3][3] == 1.0f;
+        if (!plane) return Inverse();
+        const float a = m[0][0], b = m[0][1], c = m[1][0], d = m[1][1];
+        const float det = a * d - b * c;
+        if (!(std::fabs(det) > 1e-12f)) return Matrix44();
+        const float inv = 1.0f / det;
+        Matrix44 r;
+        r.m[0][0] = d * inv;
+        r.m[0][1] = -b * inv;
+        r.m[1][0] = -c * inv;
+        r.m[1][1] = a * inv;
+        r.m[0][3] = -(r.m[0][0] * m[0][3] + r.m[0][1] * m[1][3]);
+        r.m[1][3] = -(r.m[1][0] * m[0][3] + r.m[1][1] * m[1][3]);
+        for (int i = 0; i < 2; ++i)
+            for (int j = 0; j < 4; ++j)
+                if (!std::isfinite(r.m[i][j])) return Matrix44();
+        return r;
+    }
+
     Vec2 Matrix44::TransformPoint(float x, float y) const
     {
         const float w = m[3][0] * x + m[3][1] * y + m[3][3];

@@ -85,6 +85,9 @@ namespace ZemGui
         Matrix44 operator*(const Matrix44& o) const;
         // The inverse, or the identity when the matrix is singular or not finite.
         Matrix44 Inverse() const;
+        // The same for a plane transform (z and the last row untouched), in closed form;
+        // any other matrix takes the general way.
+        Matrix44 InversePlane() const;
         Vec2 TransformPoint(float x, float y) const;
     };
 

@@ -382,9 +382,12 @@ namespace ZemGui
         if (h->uDirtyUpdaters)
         {
             BaseObj* obj = h->pObj;
+            // Each updater does nothing while clean; the test is made here, not behind a call.
             for (unsigned int i = 0; i < obj->m_aFirstUpdaters.GetSize(); ++i)
             {
-                obj->m_aFirstUpdaters[i]->Update();
+                ObjUpdater* u = obj->m_aFirstUpdaters[i];
+                if (!u->IsDirty()) continue;
+                u->Update();
                 if (h->bPendingDelete) return;
             }
         }

@@ -245,16 +245,18 @@ namespace ZemGui
         const Vec2 pivot(size.x * m_kAnchor.x.scale + m_kAnchor.x.offset, size.y * m_kAnchor.y.scale + m_kAnchor.y.offset);
         float c, s;
         AngleOf(GetWorldOrientation(), c, s);
-        // The transpose of the usual column form: the same sense as RotateOnScreen.
-        const Matrix44 r = Matrix44::RotationZ(c, -s);
-        const Matrix44 t1 = Matrix44::Translation(0.5f - pivot.x, 0.5f - pivot.y);
-        const Matrix44 t2 = Matrix44::Translation(pos.x - (0.5f - pivot.x), pos.y - (0.5f - pivot.y));
-        m_kMatrix = t2 * r * t1;
-        m_kMatrix.m[3][0] = 0.0f;
-        m_kMatrix.m[3][1] = 0.0f;
-        m_kMatrix.m[3][2] = 0.0f;
-        m_kMatrix.m[3][3] = 1.0f;
-        m_kInverseMatrix = m_kMatrix.Inverse();
+        // T2 * R * T1 in closed form: R is the transpose of the usual column form (the
+        // same sense as RotateOnScreen), the translation R * t1 + t2.
+        const float t1x = 0.5f - pivot.x, t1y = 0.5f - pivot.y;
+        const float t2x = pos.x - t1x, t2y = pos.y - t1y;
+        m_kMatrix = Matrix44();
+        m_kMatrix.m[0][0] = c;
+        m_kMatrix.m[0][1] = s;
+        m_kMatrix.m[1][0] = -s;
+        m_kMatrix.m[1][1] = c;
+        m_kMatrix.m[0][3] = c * t1x + s * t1y + t2x;
+        m_kMatrix.m[1][3] = -s * t1x + c * t1y + t2y;
+        m_kInverseMatrix = m_kMatrix.InversePlane();
     }
 
     int BaseObj::GetQuarterTurn()

@@ -318,4 +318,24 @@ namespace ZemGui::Test
         Frame();
         EXPECT_EQ(p->GetPointed(), neg);
     }
+
+    TEST(GuiMatrix, PlaneInverseAgreesWithTheGeneralOne)
+    {
+        const Matrix44 m = Matrix44::Translation(300.5f, -20.25f) * Matrix44::RotationZ(0.6f, 0.8f) *
+                           Matrix44::Translation(-49.5f, -19.5f);
+        const Matrix44 a = m.InversePlane();
+        const Matrix44 b = m.Inverse();
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j) EXPECT_NEAR(a.m[i][j], b.m[i][j], 1e-4) << i << j;
+        const Matrix44 id = m * a;
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j) EXPECT_NEAR(id.m[i][j], i == j ? 1.0f : 0.0f, 1e-4) << i << j;
+        Matrix44 singular;
+        singular.m[0][0] = 0.0f;
+        EXPECT_EQ(singular.InversePlane().m[0][0], 1.0f) << "a singular matrix gives the identity";
+        Matrix44 projective = m;
+        projective.m[3][0] = 0.001f;
+        const Matrix44 p = projective.InversePlane() * projective;
+        EXPECT_NEAR(p.m[0][0], 1.0f, 1e-3) << "not a plane transform: the general way";
+    }
 }
