@@ -50,6 +50,19 @@ namespace ZemGui
     {
         m_iDeletionLock = 0;
         DeleteAllLooks();
+        // Holders still standing go with their trees.
+        for (bool found = true; found;)
+        {
+            found = false;
+            for (const auto& pair : m_kObjects)
+            {
+                BaseObj* obj = pair.value;
+                if (obj->m_pParent || obj->m_uRootIndex < eRootCount) continue;
+                DeleteObj(obj);
+                found = true;
+                break;
+            }
+        }
         for (unsigned int i = 0; i < eRootCount; ++i)
         {
             BaseObj* root = m_apRoots[i];

@@ -297,5 +297,8 @@ namespace ZemGui::Test
         Objects().DeleteObj(holder);
         EXPECT_EQ(Objects().GetObjByPath("CollectionHolder/Page"), nullptr);
         EXPECT_EQ(Objects().GetObjByPath("DrawnObjRoot/Page"), shown);
+
+        // One left standing goes with the system.
+        Make("Left", Objects().CreateHolder("Forgotten"));
     }
 }
