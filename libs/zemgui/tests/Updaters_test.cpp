@@ -75,7 +75,14 @@ namespace ZemGui::Test
         BaseObj* o = MakeRect("Obj", 0, 0, 10, 10);
         Frame();
         EXPECT_EQ(o->GetDirtyUpdaterCount(), 0u);
-        EXPECT_EQ(o->GetFirstUpdaterCount(), 16u);
+        // Sizes before places (an anchor needs the size), eases before what they drive.
+        const UpdaterId order[] = {eRedrawUpdater,      eEaseSizeUpdater,    eSizeUpdater,     eEasePositionUpdater,
+                                   ePositionUpdater,    eEaseRotationUpdater, eOrientationUpdater, eMatrixUpdater,
+                                   eClippingUpdater,    eSubObjUpdater,      eStateUpdater,    eEaseAlphaUpdater,
+                                   eAlphaUpdater,       eEnabledUpdater,     eFocusableObjUpdater, eFocusedUpdater};
+        ASSERT_EQ(o->GetFirstUpdaterCount(), 16u);
+        for (unsigned int i = 0; i < 16; ++i) EXPECT_EQ(o->GetFirstUpdaterAt(i), o->GetUpdater(order[i])) << i;
+        EXPECT_EQ(o->GetSecondUpdaterCount(), 0u);
         o->SetPosition(UDim2(0, 5, 0, 5));
         EXPECT_EQ(o->GetDirtyUpdaterCount(), 3u);
         Frame();
