@@ -396,11 +396,12 @@ namespace ZemGui
         {
             BaseObj* obj = h->pObj;
             // Each updater does nothing while clean; the test is made here, not behind a call.
+            // An updater of the object's own is found dirty by its bit; a widget's by its flag.
             for (unsigned int i = 0; i < obj->m_aFirstUpdaters.GetSize(); ++i)
             {
-                ObjUpdater* u = obj->m_aFirstUpdaters[i];
-                if (!u->IsDirty()) continue;
-                u->Update();
+                const unsigned int bit = obj->m_aFirstBits[i];
+                if (bit ? !(h->uDirtyBits & bit) : !obj->m_aFirstUpdaters[i]->IsDirty()) continue;
+                obj->m_aFirstUpdaters[i]->Update();
                 if (h->bPendingDelete) return;
             }
         }

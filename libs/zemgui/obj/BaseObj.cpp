@@ -86,8 +86,14 @@ namespace ZemGui
             eStateUpdater,       eEaseAlphaUpdater, eAlphaUpdater,   eEnabledUpdater,      eFocusableObjUpdater,
             eFocusedUpdater,
         };
+        for (unsigned int id = 0; id < eUpdaterCount; ++id) m_apUpdaters[id]->SetHeaderBit(1u << id);
         m_aFirstUpdaters.Reserve(sizeof(kRunOrder) / sizeof(kRunOrder[0]));
-        for (UpdaterId id : kRunOrder) m_aFirstUpdaters.Add(m_apUpdaters[id]);
+        m_aFirstBits.Reserve(sizeof(kRunOrder) / sizeof(kRunOrder[0]));
+        for (UpdaterId id : kRunOrder)
+        {
+            m_aFirstUpdaters.Add(m_apUpdaters[id]);
+            m_aFirstBits.Add(1u << id);
+        }
 
         if (m_pParent) m_uRootIndex = m_pParent->m_uRootIndex;
         BuildPath();
@@ -674,6 +680,7 @@ namespace ZemGui
             if (x == u) return;
         if (!GUI_CHECK(m_aFirstUpdaters.GetSize() < kMaxUpdaters, "Invalid parameters")) return;
         m_aFirstUpdaters.Add(u);
+        m_aFirstBits.Add(u->GetOwner() == this ? u->GetHeaderBit() : 0u);
     }
 
     void BaseObj::AddSecondUpdater(ObjUpdater* u)

@@ -58,6 +58,7 @@ namespace ZemGui
         BaseObj* pObj = nullptr;
         ZemRenderer::TArray<PassHeader*> aChildren;  // the children's headers, in child order
         unsigned int uDirtyUpdaters = 0;
+        unsigned int uDirtyBits = 0;  // one bit per updater of the object's own, by UpdaterId
         bool bVisible = true;
         bool bIsPointerObj = false;
         bool bPendingDelete = false;
@@ -423,6 +424,7 @@ namespace ZemGui
         EaseValueUpdater<SizeSetter> m_kEaseSizeUpdater{this};
         ObjUpdater* m_apUpdaters[eUpdaterCount] = {};
         ZemRenderer::TArray<ObjUpdater*> m_aFirstUpdaters;
+        ZemRenderer::TArray<unsigned int> m_aFirstBits;  // header bit of each, 0 for a widget's
         ZemRenderer::TArray<ObjUpdater*> m_aSecondUpdaters;
 
         EventEntry* m_pEvents = nullptr;  // kMaxEvents entries, made on the first connection

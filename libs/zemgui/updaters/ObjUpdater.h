@@ -19,6 +19,10 @@ namespace ZemGui
 
         bool IsDirty() const { return m_bDirty; }
         BaseObj* GetOwner() const { return m_pOwner; }
+        // The object's own updaters also show their flag in a bit of the pass header, so
+        // that the pass finds the dirty ones without reading each updater.
+        void SetHeaderBit(unsigned int bit) { m_uHeaderBit = bit; }
+        unsigned int GetHeaderBit() const { return m_uHeaderBit; }
 
     protected:
         // Sets the flag; true when it was clear (the caller then walks its dependants).
@@ -27,6 +31,7 @@ namespace ZemGui
         bool TakeDirty();
 
         BaseObj* m_pOwner;
+        unsigned int m_uHeaderBit = 0;
         bool m_bDirty = false;
     };
 

@@ -17,6 +17,7 @@ namespace ZemGui
         if (m_bDirty) return false;
         m_bDirty = true;
         ++m_pOwner->m_pPass->uDirtyUpdaters;
+        m_pOwner->m_pPass->uDirtyBits |= m_uHeaderBit;
         return true;
     }
 
@@ -25,6 +26,7 @@ namespace ZemGui
         if (!m_bDirty) return false;
         m_bDirty = false;
         --m_pOwner->m_pPass->uDirtyUpdaters;
+        m_pOwner->m_pPass->uDirtyBits &= ~m_uHeaderBit;
         return true;
     }
 
