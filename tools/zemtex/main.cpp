@@ -23,6 +23,7 @@ namespace
         "  zemtex info IN.dds\n"
         "  zemtex atlas OUT.dds IN.png [IN.png ...] [--imageset FILE] [--name NAME]\n"
         "                               [--format NAME] [--srgb] [--padding N] [--width N]\n"
+        "  zemtex pattern OUT.png --size WxH [--seed N]\n"
         "  zemtex --help\n"
         "\n"
         "encode   Writes IN.png as a texture file.\n"
@@ -63,6 +64,10 @@ namespace
         "  --width N        the atlas's width (default: the smallest power of two that makes\n"
         "                   it about square).\n"
         "\n"
+        "pattern  Writes a test picture: red rises left to right, green top to bottom, blue\n"
+        "         along the diagonal, alpha falls from 1 to 0.5 left to right; --seed N\n"
+        "         shifts the blue diagonal so that pictures of one size differ.\n"
+        "\n"
         "The same inputs always give the same bytes. Exit status: 0 done, 1 failed (the\n"
         "reason is printed), 2 wrong command line.\n";
 
@@ -86,7 +91,8 @@ namespace
         std::string szFaces = "0,1,2,3,4,5";
         uint32_t uVolume = 0, uMip = 0, uPadding = 1, uWidth = 0;
         int iFace = -1;
-        std::string szImageset, szName;
+        std::string szImageset, szName, szSize;
+        uint32_t uSeed = 0;
         std::string szError;
     };
 
@@ -163,6 +169,15 @@ namespace
             else if (arg == "--width")
             {
                 if (!number(a.uWidth)) return false;
+            }
+            else if (arg == "--size")
+            {
+                if (!value(text)) return false;
+                a.szSize = text;
+            }
+            else if (arg == "--seed")
+            {
+                if (!number(a.uSeed)) return false;
             }
             else if (arg == "--imageset")
             {
@@ -281,6 +296,28 @@ namespace
         return 0;
     }
 
+    int Pattern(const Args& a)
+    {
+        if (a.aPositional.size() != 1) return Usage("pattern wants OUT.png");
+        unsigned w = 0, h = 0;
+        char extra = 0;
+        if (sscanf(a.szSize.c_str(), "%ux%u%c", &w, &h, &extra) != 2 || w == 0 || h == 0 || w > 16384 || h > 16384)
+            return Usage("pattern wants --size WxH, 1 to 16384 each");
+        Image picture(w, h);
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x)
+            {
+                float* p = picture.At(x, y);
+                p[0] = w > 1 ? float(x) / float(w - 1) : 0.0f;
+                p[1] = h > 1 ? float(y) / float(h - 1) : 0.0f;
+                p[2] = float((x + y + a.uSeed * 3) % (w + h)) / float(w + h);
+                p[3] = 1.0f - 0.5f * p[0];
+            }
+        std::string error;
+        if (!SavePng(a.aPositional[0], picture, error)) return Fail(error);
+        return 0;
+    }
+
     int Atlas(const Args& a)
     {
         if (a.aPositional.size() < 2) return Usage("atlas wants OUT.dds and at least one IN.png");
@@ -329,5 +366,6 @@ int main(int argc, char** argv)
     if (command == "decode") return Decode(a);
     if (command == "info") return Info(a);
     if (command == "atlas") return Atlas(a);
+    if (command == "pattern") return Pattern(a);
     return Usage(("unknown command \"" + command + "\"").c_str());
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <map>
@@ -335,4 +336,27 @@ TEST_F(ZemTexFiles, AtlasPacksPicturesAndNamesTheirRectangles)
     uint32_t w, h;
     EXPECT_FALSE(PackAtlas(twins, 1, 0, w, h, error));
     EXPECT_NE(error.find("two pictures are named \"same\""), std::string::npos);
+}
+
+TEST_F(ZemTexFiles, CheckedInTestFilesAreWhatTheScriptMakes)
+{
+    const std::string data = std::string(ZEM_SOURCE_DIR) + "/libs/zemrenderer/texture/tests/data";
+    const std::string command = std::string(ZEM_SOURCE_DIR) + "/scripts/make-texture-testdata.sh " + ZEMTEX_BINARY +
+                                " " + Path("made") + " 2>&1";
+    ASSERT_EQ(system(command.c_str()), 0) << command;
+    std::vector<std::string> made, kept;
+    for (const auto& e : std::filesystem::directory_iterator(Path("made"))) made.push_back(e.path().filename());
+    for (const auto& e : std::filesystem::directory_iterator(data))
+        if (e.path().extension() != ".md") kept.push_back(e.path().filename());
+    std::sort(made.begin(), made.end());
+    std::sort(kept.begin(), kept.end());
+    EXPECT_EQ(made, kept);
+    std::string error;
+    for (const std::string& name : made)
+    {
+        std::vector<uint8_t> a, b;
+        ASSERT_TRUE(ReadFile(Path("made") + "/" + name, a, error));
+        if (!ReadFile(data + "/" + name, b, error)) continue;
+        EXPECT_EQ(a, b) << name << " differs: run scripts/make-texture-testdata.sh again";
+    }
 }

@@ -3,6 +3,11 @@
 
 #include <epoxy/gl.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+
 #include "common/system/debug/Log.h"
 #include "zemrenderer/io/IOSTreamExistingMemory.h"
 #include "zemrenderer/io/IOSTreamMemory.h"
@@ -515,4 +520,47 @@ TEST(TextureReader, HeaderWriterAndReaderAgree)
     Common::ScopedLogCapture log;
     EXPECT_FALSE(TextureReader::ReadHeader(&in, w, h, d, mips, format));
     EXPECT_TRUE(log.Contains("Bad DDS file"));
+}
+
+TEST(TextureReader, GeneratedFilesLoadAndBrokenOnesAreRefused)
+{
+    const std::filesystem::path data = ZEM_TEXTURE_TEST_DATA;
+    int good = 0, broken = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(data))
+    {
+        const std::string name = entry.path().filename();
+        if (entry.path().extension() != ".dds") continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        TextureInfo tex;
+        CollectingTarget target;
+        Common::ScopedLogCapture log;
+        const bool loaded = Load(file, tex, target);
+        if (name.rfind("broken_", 0) == 0)
+        {
+            ++broken;
+            EXPECT_FALSE(loaded) << name;
+            EXPECT_FALSE(log.Text().empty()) << name << " is refused without a word";
+            EXPECT_EQ(target.iAcquired, 0) << name;
+            continue;
+        }
+        ++good;
+        ASSERT_TRUE(loaded) << name << ": " << log.Text();
+        EXPECT_EQ(target.aCommits.size(), 1u) << name;
+        EXPECT_EQ(tex.uSize, file.size() - Dds::kHeaderSize) << name;
+        const std::map<std::string, std::pair<uint32_t, uint32_t>> expected = {
+            {"cube3_bgra8.dds", {tex.uFaces, 3u}},
+            {"cube_bc1.dds", {tex.uFlags, uint32_t(eTextureCube)}},
+            {"volume_bgra8.dds", {tex.uDepth, 4u}},
+            {"linear_bc3.dds", {tex.uFormat, uint32_t(TFMT_LIN_BC3)}},
+            {"format_bc3_srgb.dds", {tex.uFormat, uint32_t(TFMT_BC3)}},
+        };
+        const auto it = expected.find(name);
+        if (it != expected.end())
+        {
+            EXPECT_EQ(it->second.first, it->second.second) << name;
+        }
+    }
+    EXPECT_GE(good, 30);
+    EXPECT_GE(broken, 8);
 }
