@@ -43,4 +43,59 @@ namespace ZemRenderer
     }
 
     void ITextureUpdateTarget::Discard(TextureUpdateBuffer* buffer) { MEM_DELETE(buffer); }
+
+    TextureUpdateBufferPool::~TextureUpdateBufferPool()
+    {
+        for (TextureUpdateBuffer* b : m_aFree) MEM_DELETE(b);
+    }
+
+    TextureUpdateBuffer* TextureUpdateBufferPool::Acquire(size_t bytes)
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_kMutex);
+            unsigned int best = m_aFree.GetSize();
+            for (unsigned int i = 0; i < m_aFree.GetSize(); ++i)
+            {
+                const size_t capacity = m_aFree[i]->GetCapacity();
+                if (capacity >= bytes && capacity / 2 <= bytes &&
+                    (best == m_aFree.GetSize() || capacity < m_aFree[best]->GetCapacity()))
+                    best = i;
+            }
+            if (best < m_aFree.GetSize())
+            {
+                TextureUpdateBuffer* buffer = m_aFree.Remove(best);
+                m_uKept -= buffer->GetCapacity();
+                buffer->Reset();
+                return buffer;
+            }
+        }
+        TextureUpdateBuffer* buffer = MEM_NEW(TextureUpdateBuffer, bytes);
+        if (buffer && !buffer->IsValid())
+        {
+            MEM_DELETE(buffer);
+            return nullptr;
+        }
+        return buffer;
+    }
+
+    void TextureUpdateBufferPool::Give(TextureUpdateBuffer* buffer)
+    {
+        if (!buffer) return;
+        {
+            std::lock_guard<std::mutex> lock(m_kMutex);
+            if (m_uKept + buffer->GetCapacity() <= m_uMaxKept)
+            {
+                m_aFree.Add(buffer);
+                m_uKept += buffer->GetCapacity();
+                return;
+            }
+        }
+        MEM_DELETE(buffer);
+    }
+
+    size_t TextureUpdateBufferPool::GetKeptBytes() const
+    {
+        std::lock_guard<std::mutex> lock(m_kMutex);
+        return m_uKept;
+    }
 }

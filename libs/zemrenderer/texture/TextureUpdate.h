@@ -5,6 +5,7 @@
 // texture under update stays drawable with its old content until then.
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 
 #include "common/utils/TArray.h"
 
@@ -76,5 +77,30 @@ namespace ZemRenderer
         virtual bool Commit(TextureInfo& texture, TextureUpdateBuffer* buffer, bool last) = 0;
         // Takes back a buffer that a failed load will not commit.
         virtual void Discard(TextureUpdateBuffer* buffer);
+    };
+
+    // Keeps update buffers that were committed and uploaded, so that the next load of a
+    // like size takes memory that is already mapped instead of faulting in fresh pages.
+    // Thread-safe: loads fill buffers on the process thread, uploads give them back on
+    // the render thread.
+    class TextureUpdateBufferPool
+    {
+    public:
+        explicit TextureUpdateBufferPool(size_t maxKeptBytes = size_t(256) << 20) : m_uMaxKept(maxKeptBytes) {}
+        ~TextureUpdateBufferPool();
+        TextureUpdateBufferPool(const TextureUpdateBufferPool&) = delete;
+        TextureUpdateBufferPool& operator=(const TextureUpdateBufferPool&) = delete;
+
+        // A kept buffer of at least `bytes` and at most twice that, emptied; else a new one.
+        TextureUpdateBuffer* Acquire(size_t bytes);
+        // Keeps the buffer while the pool holds less than its limit; else frees it.
+        void Give(TextureUpdateBuffer* buffer);
+        size_t GetKeptBytes() const;
+
+    private:
+        mutable std::mutex m_kMutex;
+        TArray<TextureUpdateBuffer*> m_aFree;
+        size_t m_uKept = 0;
+        size_t m_uMaxKept;
     };
 }

@@ -564,3 +564,28 @@ TEST(TextureReader, GeneratedFilesLoadAndBrokenOnesAreRefused)
     EXPECT_GE(good, 30);
     EXPECT_GE(broken, 8);
 }
+
+TEST(TextureUpdateBufferPool, ReusesBuffersOfALikeSizeUpToItsLimit)
+{
+    TextureUpdateBufferPool pool(1000);
+    TextureUpdateBuffer* a = pool.Acquire(400);
+    ASSERT_TRUE(a);
+    TextureRegion region;
+    region.uSize = 100;
+    ASSERT_TRUE(a->AddRegion(region));
+    pool.Give(a);
+    EXPECT_EQ(pool.GetKeptBytes(), 400u);
+    EXPECT_NE(pool.Acquire(900), a) << "more than the kept capacity";
+    TextureUpdateBuffer* tiny = pool.Acquire(100);
+    EXPECT_NE(tiny, a) << "a buffer over twice the size is not handed out";
+    TextureUpdateBuffer* again = pool.Acquire(300);
+    EXPECT_EQ(again, a);
+    EXPECT_EQ(again->GetUsed(), 0u);
+    EXPECT_TRUE(again->GetRegions().IsEmpty());
+    TextureUpdateBuffer* big = pool.Acquire(700);
+    pool.Give(again);
+    pool.Give(big);
+    EXPECT_EQ(pool.GetKeptBytes(), 400u) << "the limit frees what does not fit";
+    pool.Give(tiny);
+    EXPECT_EQ(pool.GetKeptBytes(), 500u);
+}
