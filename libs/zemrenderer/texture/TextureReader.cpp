@@ -246,10 +246,14 @@ namespace ZemRenderer
         }
         if (!texture) return RefuseReference();
 
-        // 1. The header.
-        uint8_t header[Dds::kHeaderSize];
-        const bool haveHeader = params.bCacheHeader ? stream->ReadAndCache(header, sizeof(header))
-                                                    : stream->Read(header, sizeof(header)) == sizeof(header);
+        // 1. The header. A cached read says only whether it read something: the stream's
+        // size tells whether all 128 bytes were there.
+        uint8_t header[Dds::kHeaderSize] = {};
+        const size_t headerAt = stream->GetPosition();
+        const bool haveHeader = params.bCacheHeader
+                                    ? stream->GetSize() >= headerAt + sizeof(header) &&
+                                          stream->ReadAndCache(header, sizeof(header))
+                                    : stream->Read(header, sizeof(header)) == sizeof(header);
         if (!haveHeader)
         {
             Common::Log("Bad DDS file : header shorter than %zu bytes\n", Dds::kHeaderSize);

@@ -589,3 +589,20 @@ TEST(TextureUpdateBufferPool, ReusesBuffersOfALikeSizeUpToItsLimit)
     pool.Give(tiny);
     EXPECT_EQ(pool.GetKeptBytes(), 500u);
 }
+
+TEST(TextureReader, CachedHeaderReadsLikeAPlainOne)
+{
+    const std::vector<uint8_t> file = MakeDds(Desc(8, 8, 4, TFMT_LIN_BC1));
+    TextureLoadParams params;
+    params.bCacheHeader = true;
+    TextureInfo tex;
+    CollectingTarget target;
+    ASSERT_TRUE(Load(file, tex, target, params));
+    EXPECT_EQ(target.aCommits[0].aBytes, Slice(file, 0, tex.uSize));
+    // A stream that reads part of a header is refused, not decoded from what it lacks.
+    const std::vector<uint8_t> cut(file.begin(), file.begin() + 100);
+    Common::ScopedLogCapture log;
+    TextureInfo other;
+    EXPECT_FALSE(Load(cut, other, target, params));
+    EXPECT_TRUE(log.Contains("header shorter than 128 bytes"));
+}
