@@ -29,6 +29,8 @@ function(zem_tests name dir)
     return()
   endif()
   add_executable(${name} ${srcs})
+  # Tests find shipped content from here, not from __FILE__, which a compiler cache may make relative.
+  target_compile_definitions(${name} PRIVATE ZEM_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest GTest::gtest_main GTest::gmock Threads::Threads)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()

@@ -10,7 +10,7 @@ PACKAGES=(
   # drawing: GL 4.5 through libepoxy, EGL surfaceless on Mesa's llvmpipe when there is no GPU
   libepoxy-dev libegl-dev libegl-mesa0 libgl1-mesa-dri
   # shader toolchain, screen text, screenshots, GUI files, math, image codecs
-  libshaderc-dev libspirv-cross-c-shared-dev libfreetype-dev fonts-liberation2 libpng-dev
+  libshaderc-dev glslang-dev spirv-tools libspirv-cross-c-shared-dev libfreetype-dev fonts-liberation2 libpng-dev
   libtinyxml-dev libglm-dev libstb-dev
 )
 # `install-deps.sh fuzz` adds what the libFuzzer build needs.

@@ -253,9 +253,11 @@ namespace
         }
     }
 
-    void Paint(SDL_Window* window)
+    void Paint(SDL_Window* window, CEngine* engine)
     {
-        // Nothing draws into the window yet: keep it a plain colour instead of garbage.
+        // The device presents its own frames; without one, keep the window a plain colour
+        // instead of garbage.
+        if (engine->IsDrawing()) return;
         if (SDL_Surface* surface = SDL_GetWindowSurface(window))
         {
             SDL_FillRect(surface, nullptr, SDL_MapRGB(surface->format, 24, 26, 30));
@@ -303,16 +305,17 @@ namespace
             if (quit) break;
             if (woken) host.ProcessCommands();
             wait = host.RunFrameIfDue(woken);
-            if (host.TakeRepaintWanted()) Paint(window);
+            if (host.TakeRepaintWanted()) Paint(window, engine);
         }
     }
 
-    // A display is there and SDL can open it.
+    // A display is there (or a video driver is named) and SDL can open it.
     bool OpenVideo()
     {
         const char* x11 = std::getenv("DISPLAY");
         const char* wayland = std::getenv("WAYLAND_DISPLAY");
-        if ((!x11 || !x11[0]) && (!wayland || !wayland[0])) return false;
+        const char* driver = std::getenv("SDL_VIDEODRIVER");
+        if ((!x11 || !x11[0]) && (!wayland || !wayland[0]) && (!driver || !driver[0])) return false;
         if (SDL_Init(SDL_INIT_VIDEO) != 0)
         {
             Common::Log("[zemora] No window (%s): running headless\n", SDL_GetError());
@@ -348,13 +351,27 @@ int main(int argc, char** argv)
     // A handle on the command line names a window that someone else owns.
     const bool windowed = !options.m_bHeadless && handle == 0 && OpenVideo();
     SDL_Window* window = nullptr;
+    bool glWindow = false;
     Uint32 wakeEvent = 0;
     if (windowed)
     {
         wakeEvent = SDL_RegisterEvents(1);
-        window = SDL_CreateWindow("Zemora", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED,
-                                  static_cast<int>(desc.m_uiWidth), static_cast<int>(desc.m_uiHeight),
-                                  SDL_WINDOW_RESIZABLE);
+        // A window the device can draw into, OpenGL 4.5 core; a video driver without
+        // OpenGL still gets a plain window, and the device draws off-screen.
+        const int width = static_cast<int>(desc.m_uiWidth), height = static_cast<int>(desc.m_uiHeight);
+        const char* noGL = std::getenv("ZEM_NO_GL");
+        if (!noGL || !noGL[0] || noGL[0] == '0')
+        {
+            SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 4);
+            SDL_GL_SetAttribute(SDL_GL_CONTEXT_MINOR_VERSION, 5);
+            SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_CORE);
+            window = SDL_CreateWindow("Zemora", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height,
+                                      SDL_WINDOW_RESIZABLE | SDL_WINDOW_OPENGL);
+            glWindow = window != nullptr;
+        }
+        if (!window)
+            window = SDL_CreateWindow("Zemora", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width, height,
+                                      SDL_WINDOW_RESIZABLE);
         if (!window || wakeEvent == static_cast<Uint32>(-1))
         {
             Common::Log("[zemora] No window (%s): running headless\n", SDL_GetError());
@@ -371,7 +388,8 @@ int main(int argc, char** argv)
         SDL_EventState(SDL_DROPFILE, SDL_ENABLE);
         handle = reinterpret_cast<ZemEngine::NativeHandle>(window);
         desc.m_pCommandWakeup = &sdlWakeup;
-        Common::Log("[zemora] window %ux%u\n", desc.m_uiWidth, desc.m_uiHeight);
+        desc.m_pDeviceWindow = glWindow ? window : nullptr;
+        Common::Log("[zemora] window %ux%u%s\n", desc.m_uiWidth, desc.m_uiHeight, glWindow ? " (OpenGL)" : "");
     }
     else
     {
@@ -382,6 +400,8 @@ int main(int argc, char** argv)
         Common::Log("[zemora] headless\n");
     }
 
+    // The engine draws: into the window, or off-screen when headless.
+    desc.m_bCreateDevice = true;
     if (!engine->Init(desc))
     {
         Common::Log("[zemora] The engine could not start\n");

@@ -410,3 +410,79 @@ namespace
         }
     }
 }
+
+// The engine draws: the render thread and the OpenGL device present frames, off-screen
+// when headless or into an SDL window made for OpenGL, and stop with the engine.
+namespace
+{
+    std::string SanitizerSuppressions(const CZemora& zemora)
+    {
+        // The GL driver's own leaks and the D-Bus buffer SDL's video start keeps.
+        const std::string path = zemora.PortFile() + ".lsan";
+        std::ofstream(path) << ReadFile(std::string(ZEM_SOURCE_DIR) + "/tests/lsan.supp") << "leak:libdbus-1.so\n";
+        return "LSAN_OPTIONS=suppressions=" + path;
+    }
+
+    // How many frames the engine said it presented when it stopped, or -1.
+    int PresentedFrames(const std::string& output)
+    {
+        const std::string marker = "render thread stopped after ";
+        const size_t at = output.find(marker);
+        return at == std::string::npos ? -1 : std::atoi(output.c_str() + at + marker.size());
+    }
+
+    void DriveAndStop(CZemora& zemora, int signal)
+    {
+        const int port = zemora.WaitForPort();
+        ASSERT_GT(port, 0) << zemora.Output();
+        CClient client;
+        ASSERT_TRUE(client.Connect(port));
+        // Every command wakes the host, and every wake-up runs a frame.
+        for (int i = 0; i < 5; ++i) ASSERT_EQ(client.Call("Root", "KeepAlive"), "{\"Res\":true}") << i;
+        zemora.Signal(signal);
+        EXPECT_TRUE(ExitedWith(zemora.WaitForExit(), 0)) << zemora.Output();
+    }
+}
+
+TEST(ZemoraDevice, HeadlessPresentsFramesOffScreenAndStopsCleanly)
+{
+    CZemora zemora;
+    ASSERT_TRUE(zemora.Start({"-headless", "-rpcport", "0", "-width", "256", "-height", "256"}, true,
+                             {"LP_NUM_THREADS=2", SanitizerSuppressions(zemora)}));
+    DriveAndStop(zemora, SIGTERM);
+    const std::string output = zemora.Output();
+    if (output.find("no drawing device") != std::string::npos)
+        GTEST_SKIP() << "no EGL device on this machine: " << output;
+    EXPECT_NE(output.find("render thread and device up (off-screen), main view \"mainview\" 256x256"), std::string::npos)
+        << output;
+    EXPECT_GE(PresentedFrames(output), 3) << output;
+    EXPECT_EQ(output.find("Potential leak"), std::string::npos) << output;
+    EXPECT_EQ(output.find("GL error"), std::string::npos) << output;
+}
+
+TEST(ZemoraDevice, WindowedPresentsIntoItsOpenGLWindowAndStopsCleanly)
+{
+    CZemora zemora;
+    ASSERT_TRUE(zemora.Start({"-rpcport", "0", "-width", "320", "-height", "200"}, true,
+                             {"SDL_VIDEODRIVER=offscreen", "LP_NUM_THREADS=2", SanitizerSuppressions(zemora)}));
+    DriveAndStop(zemora, SIGINT);
+    const std::string output = zemora.Output();
+    if (output.find("(OpenGL)") == std::string::npos || output.find("no drawing device") != std::string::npos)
+        GTEST_SKIP() << "no OpenGL window on this machine: " << output;
+    EXPECT_NE(output.find("render thread and device up (window)"), std::string::npos) << output;
+    EXPECT_GE(PresentedFrames(output), 3) << output;
+    EXPECT_EQ(output.find("GL error"), std::string::npos) << output;
+}
+
+TEST(ZemoraDevice, WithoutOpenGLTheEngineSaysWhyAndKeepsServingCommands)
+{
+    CZemora zemora;
+    ASSERT_TRUE(zemora.Start({"-headless", "-rpcport", "0"}, true, {"ZEM_NO_GL=1", SanitizerSuppressions(zemora)}));
+    DriveAndStop(zemora, SIGTERM);
+    const std::string output = zemora.Output();
+    EXPECT_NE(output.find("Init device failed with adpater : EGL surfaceless: OpenGL turned off by ZEM_NO_GL"),
+              std::string::npos)
+        << output;
+    EXPECT_NE(output.find("the engine runs without drawing"), std::string::npos) << output;
+    EXPECT_EQ(PresentedFrames(output), -1) << output;
+}

@@ -11,6 +11,7 @@
 #include "common/system/filesystem/FileSystem.h"
 #include "common/system/memorymanager/MemoryManager.h"
 #include "zemengine/dataprovider/EngineDataProvider.h"
+#include "zemengine/engine/EngineDevice.h"
 #include "zemengine/engine/EngineNet.h"
 #include "zemengine/plugins/BasePluginManager.h"
 
@@ -349,7 +350,18 @@ namespace ZemEngine
         if (desc.m_bLoadPlugins && m_pPluginManager) m_pPluginManager->LoadPlugins(GetPluginRoot(m_eMode));
         if (desc.m_pfnAfterPlugins) desc.m_pfnAfterPlugins(m_pPluginManager);
 
-        LogAbsent("CRenderer (device, render thread, materials, lights, probes)");
+        if (desc.m_bCreateDevice)
+        {
+            m_pDevice = MEM_NEW(CEngineDevice);
+            if (!m_pDevice->Start(desc.m_pDeviceWindow, desc.m_uiWidth, desc.m_uiHeight))
+            {
+                MEM_DELETE(m_pDevice);
+                m_pDevice = nullptr;
+            }
+            LogAbsent("CRenderer (render contexts, materials, lights, probes)");
+        }
+        else
+            LogAbsent("CRenderer (device, render thread, materials, lights, probes)");
         m_hMainWindow = window;
         LogAbsent("world manager");
         if (desc.m_bCreateGameControls) LogAbsent("game controls");
@@ -400,6 +412,13 @@ namespace ZemEngine
         {
             UnregisterInstanceByID(GetInstanceTypeID<DataProvider::DataPoviderInterface>(), dataProvider);
             DataProvider::DestroyEngineDataProvider(dataProvider);
+        }
+
+        // The render thread's stop chain, then the device with it.
+        if (m_pDevice)
+        {
+            MEM_DELETE(m_pDevice);
+            m_pDevice = nullptr;
         }
 
         if (m_pEngineNet)
@@ -475,7 +494,11 @@ namespace ZemEngine
     void CEngine::Update()
     {
         for (unsigned int i = 0; i < m_kActors.GetSize(); ++i) m_kActors.GetValueAt(i)->Update(m_kScaledFrameTime);
+        if (m_pDevice)
+            m_pDevice->Frame(static_cast<float>(m_iElapsedTime) / 1000.0f, static_cast<float>(kFixedStepMs) / 1000.0f);
     }
+
+    bool CEngine::IsDrawing() const { return m_pDevice && m_pDevice->IsRunning(); }
 
     // ---- repaint and wake-up -----------------------------------------------------------------
 

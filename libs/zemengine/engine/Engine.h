@@ -17,6 +17,7 @@
 namespace ZemEngine
 {
     class CEngineNet;
+    class CEngineDevice;
     class IPluginManager;
     class CWorldInstance;
 
@@ -88,6 +89,11 @@ namespace ZemEngine
         char m_szRpcBindAddress[kBindAddressSize] = "127.0.0.1";
         // How queued remote commands wake the host's main loop; null: the host polls.
         ICommandWakeup* m_pCommandWakeup = nullptr;
+        // A host that shows frames asks for the drawing device; it draws into
+        // m_pDeviceWindow (the host's SDL window made for OpenGL) or, when that is null,
+        // off-screen.
+        bool m_bCreateDevice = false;
+        void* m_pDeviceWindow = nullptr;
     };
 
     class CEngine
@@ -200,6 +206,8 @@ namespace ZemEngine
         // The port the remote host listens on; -1 without one.
         int GetRpcPort() const;
         NativeHandle GetMainWindow() const { return m_hMainWindow; }
+        // The render thread and its device run and frames are presented.
+        bool IsDrawing() const;
 
         void SetFocus(bool focus) { m_bHasFocus = focus; }
         bool HasFocus() const { return m_bHasFocus; }
@@ -278,6 +286,7 @@ namespace ZemEngine
         bool m_bIgnoreDirty = false;
         uint64_t m_uiKeepAliveTime = 0;
         NativeHandle m_hMainWindow = 0;
+        CEngineDevice* m_pDevice = nullptr;
         ZemRenderer::TMap<unsigned long long, CActor*> m_kActors;
         ZemRenderer::TArray<Common::String> m_aDropFiles;
         IPluginManager* m_pPluginManager = nullptr;

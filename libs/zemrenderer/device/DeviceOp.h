@@ -14,11 +14,13 @@
     X(EndViewport)             \
     X(CreateRenderViewport)    \
     X(ResizeViewport)          \
+    X(ReleaseViewport)         \
     X(Clear)                   \
     X(SetRenderTargets)        \
     X(SetViewport)             \
     X(SetScissorTest)          \
     X(SetBlendFactor)          \
+    X(SetRenderState)          \
     X(GenerateMips)            \
     X(CopyResource)            \
     X(ResolveTexture)          \

@@ -35,6 +35,25 @@ namespace ZemRenderer
         int32_t iBottom = 0;
     };
 
+    // Topologies of user primitives, numbered as the device's primitive topologies.
+    enum PrimitiveTopology : uint32_t
+    {
+        eTopologyPointList = 1,
+        eTopologyLineList = 2,
+        eTopologyLineStrip = 3,
+        eTopologyTriangleList = 4,
+        eTopologyTriangleStrip = 5,
+    };
+
+    // What a user primitive's vertex starts with: a clip-space position (y up, depth 0
+    // to 1) and a colour 0xAABBGGRR. A larger stride carries more after it.
+    struct UserPrimitiveVertex
+    {
+        float afPosition[3];
+        uint32_t uColour;
+    };
+    static_assert(sizeof(UserPrimitiveVertex) == 16, "user primitive vertices are 16 bytes");
+
     enum ClearFlags : uint32_t
     {
         eClearColour = 1,
@@ -42,6 +61,7 @@ namespace ZemRenderer
         eClearStencil = 4,
     };
 
+    // No target at all clears the targets bound now.
     struct ClearRequest
     {
         static constexpr uint32_t kMaxTargets = 4;
@@ -82,6 +102,8 @@ namespace ZemRenderer
         virtual bool EndViewport() = 0;
         virtual bool CreateRenderViewport(RenderViewport* viewport, const RendererInitRecord& record) = 0;
         virtual bool ResizeViewport(RenderViewport* viewport, uint32_t width, uint32_t height) = 0;
+        // Frees the view the device made for a viewport; before the viewport is destroyed.
+        virtual void ReleaseViewport(RenderViewport* viewport) = 0;
 
         // Targets and fixed state.
         virtual void Clear(const ClearRequest& request) = 0;
@@ -90,6 +112,9 @@ namespace ZemRenderer
         virtual void SetViewport(const ViewportRect& rect) = 0;
         virtual void SetScissorTest(bool enable, const ScissorRect& rect) = 0;
         virtual void SetBlendFactor(float r, float g, float b, float a) = 0;
+        // The packed render state of the following draws (see RenderState.h); the fields
+        // that `mask` leaves out take their defaults.
+        virtual void SetRenderState(uint64_t state, uint64_t mask) = 0;
 
         // Textures.
         virtual void GenerateMips(Texture* texture) = 0;
@@ -103,6 +128,8 @@ namespace ZemRenderer
         // Draws.
         virtual void RenderImmediate(Geometry* geometry, Property* property, uint32_t flags) = 0;
         virtual void DrawSortedCommands(const DrawCommand* commands, uint32_t count) = 0;
+        // Text at a pixel position of the current target (top-left origin); `scale` is the
+        // font's size in pixels, `colour` 0xAABBGGRR.
         virtual void RenderText(const char* text, float x, float y, float scale, uint32_t colour) = 0;
         // A scratch vertex buffer for a few primitives drawn at once.
         virtual void* StartUserPrimitive(uint32_t topology, uint32_t vertexStride, uint32_t vertexCount) = 0;

@@ -365,7 +365,7 @@ namespace ZemRenderer
             // Composition is of the whole: every kind sets all three.
             const Math::LocalVector3 offset = Math::Rotate(parent->GetRotation(), command.kPosition.ToLocal());
             link->SetPosition(parent->GetPosition().Offset(offset));
-            link->SetRotation(Math::Multiply(parent->GetRotation(), command.kRotation));
+            link->SetRotation(Math::Multiply(command.kRotation, parent->GetRotation()));
             link->SetScale(Math::MultiplyComponents(parent->GetScale(), command.kScale));
         }
         else

@@ -303,7 +303,7 @@ namespace
     // The shipped tables parse and give the link engine file its designed cooked name.
     TEST(AssetTypes, ShippedContent)
     {
-        const fs::path content = fs::path(__FILE__).parent_path() / "../../../../content";
+        const fs::path content = fs::path(ZEM_SOURCE_DIR) / "content";
         Common::ScopedLogCapture log;
         CAssetTypeTable table;
         EXPECT_GE(table.LoadFromRoot(content.c_str()), 1u);

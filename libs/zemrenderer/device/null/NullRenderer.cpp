@@ -131,6 +131,11 @@ namespace ZemRenderer
         return true;
     }
 
+    void NullRenderer::ReleaseViewport(RenderViewport* viewport)
+    {
+        Record(DeviceOp::ReleaseViewport, {{P(viewport)}, {}});
+    }
+
     void NullRenderer::Clear(const ClearRequest& request)
     {
         Record(DeviceOp::Clear, {{request.uColourCount, P(request.pDepthTarget), request.uFlags, request.uStencil},
@@ -164,6 +169,11 @@ namespace ZemRenderer
     void NullRenderer::SetBlendFactor(float r, float g, float b, float a)
     {
         Record(DeviceOp::SetBlendFactor, {{}, {r, g, b, a}});
+    }
+
+    void NullRenderer::SetRenderState(uint64_t state, uint64_t mask)
+    {
+        Record(DeviceOp::SetRenderState, {{state, mask}, {}});
     }
 
     void NullRenderer::GenerateMips(Texture* texture) { Record(DeviceOp::GenerateMips, {{P(texture)}, {}}); }

@@ -51,6 +51,7 @@ namespace ZemRenderer
         bool EndViewport() override;
         bool CreateRenderViewport(RenderViewport* viewport, const RendererInitRecord& record) override;
         bool ResizeViewport(RenderViewport* viewport, uint32_t width, uint32_t height) override;
+        void ReleaseViewport(RenderViewport* viewport) override;
 
         void Clear(const ClearRequest& request) override;
         bool SetRenderTargets(Texture* const* colour, uint32_t count, Texture* depth, Texture* const* uavs,
@@ -58,6 +59,7 @@ namespace ZemRenderer
         void SetViewport(const ViewportRect& rect) override;
         void SetScissorTest(bool enable, const ScissorRect& rect) override;
         void SetBlendFactor(float r, float g, float b, float a) override;
+        void SetRenderState(uint64_t state, uint64_t mask) override;
 
         void GenerateMips(Texture* texture) override;
         void CopyResource(Texture* dest, uint32_t destSub, Texture* source, uint32_t sourceSub, uint32_t x, uint32_t y,

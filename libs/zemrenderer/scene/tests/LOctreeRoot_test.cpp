@@ -132,6 +132,9 @@ namespace ZemRenderer::SceneTest
         EXPECT_EQ(child->GetPosition(), (Math::WorldVector3{8000000, 0, 0}));
         const Math::LocalVector3 y = Math::Rotate(child->GetRotation(), {0.0f, 1.0f, 0.0f});
         EXPECT_NEAR(y.z, 1.0f, 1e-6f);
+        // x: about x stays x, then about z goes to y (the other order would give z).
+        const Math::LocalVector3 x = Math::Rotate(child->GetRotation(), {1.0f, 0.0f, 0.0f});
+        EXPECT_NEAR(x.y, 1.0f, 1e-6f);
         s.bucket.DestroyLink(child);
         s.bucket.DestroyLink(parent);
     }

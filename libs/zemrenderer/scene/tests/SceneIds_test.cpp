@@ -3,7 +3,6 @@
 
 #include <cmath>
 
-#include "common/math/QuaternionMath.h"
 #include "common/math/WorldVector3.h"
 #include "common/system/debug/Log.h"
 #include "zemrenderer/scene/RUserID.h"
@@ -107,20 +106,5 @@ namespace ZemRenderer
         EXPECT_EQ(moved.x, INT64_MAX);
         EXPECT_EQ(moved.y, INT64_MIN);
         EXPECT_EQ(moved.z, 2000000);
-    }
-
-    TEST(QuaternionMath, RotationOfAProductIsTheSecondThenTheFirst)
-    {
-        const float s = std::sqrt(0.5f);
-        const Math::Quaternion aboutZ{0.0f, 0.0f, s, s}; // +90 degrees about z
-        const Math::Quaternion aboutX{s, 0.0f, 0.0f, s}; // +90 degrees about x
-        const Math::LocalVector3 x = Math::Rotate(aboutZ, {1.0f, 0.0f, 0.0f});
-        EXPECT_NEAR(x.x, 0.0f, 1e-6f);
-        EXPECT_NEAR(x.y, 1.0f, 1e-6f);
-        // y about x goes to z, which about z stays z; the other order gives x.
-        const Math::LocalVector3 zFirst = Math::Rotate(Math::Multiply(aboutZ, aboutX), {0.0f, 1.0f, 0.0f});
-        EXPECT_NEAR(zFirst.z, 1.0f, 1e-6f);
-        const Math::LocalVector3 xFirst = Math::Rotate(Math::Multiply(aboutX, aboutZ), {0.0f, 1.0f, 0.0f});
-        EXPECT_NEAR(xFirst.x, -1.0f, 1e-6f);
     }
 }
