@@ -27,6 +27,7 @@
     X(ResizeTexture)           \
     X(DeleteTexture)           \
     X(UpdateTexture)           \
+    X(UploadTexture)           \
     X(RenderImmediate)         \
     X(DrawSortedCommands)      \
     X(RenderText)              \

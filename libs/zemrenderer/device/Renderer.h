@@ -17,6 +17,7 @@ namespace ZemRenderer
     class RenderThread;
     class RenderViewport;
     class Texture;
+    class TextureUpdateBuffer;
     class Geometry;
     class Property;
     struct DrawCommand;
@@ -118,6 +119,9 @@ namespace ZemRenderer
         virtual bool ResizeTexture(Texture* texture, uint32_t width, uint32_t height) = 0;
         virtual void DeleteTexture(Texture* texture) = 0;
         virtual bool UpdateTexture(Texture* texture, uint32_t subresource, const void* data, uint32_t size) = 0;
+        // The regions of a texture file's update buffer. `create` makes the texture's
+        // storage anew from its file description first.
+        virtual bool UploadTexture(Texture* texture, const TextureUpdateBuffer& buffer, bool create) = 0;
 
         // Draws.
         virtual void RenderImmediate(Geometry* geometry, Property* property, uint32_t flags) = 0;

@@ -38,6 +38,16 @@ namespace ZemRenderer
         }
     }
 
+    void Texture::ApplyFileInfo()
+    {
+        m_kDesc.uWidth = m_kFileInfo.uWidth;
+        m_kDesc.uHeight = m_kFileInfo.uHeight;
+        m_kDesc.uFormat = m_kFileInfo.uFormat;
+        m_kDesc.uMipLevels = m_kFileInfo.uLevels ? m_kFileInfo.uLevels : 1;
+        m_kDesc.uArraySize = 1;
+        m_kDesc.uBindFlags = eBindShaderResource | (m_kFileInfo.uFlags == eTextureCube ? eBindCube : 0);
+    }
+
     Texture* Texture::Create(const TextureDesc& desc, const char* name) { return new Texture(desc, name); }
 
     int32_t Texture::Release()

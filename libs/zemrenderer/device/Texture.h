@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "zemrenderer/texture/TextureReader.h"
+
 namespace ZemRenderer
 {
     class Renderer;
@@ -49,7 +51,8 @@ namespace ZemRenderer
     class Texture
     {
     public:
-        static constexpr unsigned kNameSize = 64;
+        // Texture files are named by their path.
+        static constexpr unsigned kNameSize = 256;
 
         // One reference for the caller.
         static Texture* Create(const TextureDesc& desc, const char* name = nullptr);
@@ -90,6 +93,24 @@ namespace ZemRenderer
             m_kDesc.uHeight = height;
         }
 
+        // Texture files. The reader fills the file description on the loading or process
+        // thread before the first upload; the upload (render thread) makes the device
+        // description follow it.
+        enum LoadState : uint32_t
+        {
+            eNotLoaded,
+            eLoading,
+            eLoaded,
+            // The file could not be read: the texture shows the fallback picture.
+            eFallback,
+        };
+        TextureInfo& GetFileInfo() { return m_kFileInfo; }
+        const TextureInfo& GetFileInfo() const { return m_kFileInfo; }
+        void ApplyFileInfo();
+        LoadState GetLoadState() const { return static_cast<LoadState>(m_uLoadState.load(std::memory_order_acquire)); }
+        void SetLoadState(LoadState state) { m_uLoadState.store(state, std::memory_order_release); }
+        bool IsReady() const { return GetLoadState() == eLoaded || GetLoadState() == eFallback; }
+
     protected:
         Texture(const TextureDesc& desc, const char* name);
         virtual ~Texture() = default;
@@ -105,5 +126,7 @@ namespace ZemRenderer
         std::atomic<Renderer*> m_pDevice{nullptr};
         uint32_t m_uDeviceObject = 0;
         char m_szName[kNameSize] = {};
+        TextureInfo m_kFileInfo;
+        std::atomic<uint32_t> m_uLoadState{eNotLoaded};
     };
 }

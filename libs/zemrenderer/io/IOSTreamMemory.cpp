@@ -143,9 +143,16 @@ namespace ZemRenderer
     void IOSTreamMemory::SeekTo(size_t position)
     {
         // A position on a block boundary stays at the end of the block before it, so
-        // that the end of a full last block needs no next block.
-        Rewind();
-        size_t left = position;
+        // that the end of a full last block needs no next block. Forward seeks walk on
+        // from the current block, so reading rows with gaps stays linear in the size.
+        size_t left;
+        if (position >= m_uiPosition && m_pCurrent)
+            left = m_uiOffset + (position - m_uiPosition);
+        else
+        {
+            Rewind();
+            left = position;
+        }
         while (left > kBlockSize)
         {
             m_pCurrent = m_pCurrent->pNext;

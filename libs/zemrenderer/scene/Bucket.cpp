@@ -10,6 +10,8 @@
 #include "zemrenderer/scene/LOctreeRoot.h"
 #include "zemrenderer/scene/Link.h"
 #include "zemrenderer/scene/LinkWorkers.h"
+#include "zemrenderer/texture/TextureLoadTraits.h"
+#include "zemrenderer/thread/LoadingThread.hpp"
 #include "zemrenderer/thread/RenderThread.h"
 
 namespace ZemRenderer
@@ -259,6 +261,64 @@ namespace ZemRenderer
     {
         if (!ZEM_ASSERT(octree != nullptr, "Pointer must be non null")) return nullptr;
         return octree->GetLinkLibrary().RetrieveLink(this, octree, name, query, link, flags);
+    }
+
+    // ---------------------------------------------------------------- textures
+
+    Texture* Bucket::CreateTexture(const char* name, const TextureDesc& desc)
+    {
+        if (!ZEM_ASSERT(name != nullptr && name[0] != '\0', "Name must be valid !")) return nullptr;
+        if (Texture* existing = m_kTextureLibrary.Find(name))
+        {
+            existing->Release();
+            Common::Log("Texture already created => use update texture instead\n");
+            return nullptr;
+        }
+        Texture* texture = Texture::Create(desc, name);
+        if (!texture) return nullptr;
+        if (!m_kTextureLibrary.Add(name, texture))
+        {
+            // Another thread made it between the two looks.
+            texture->Release();
+            Common::Log("Texture already created => use update texture instead\n");
+            return nullptr;
+        }
+        return texture;
+    }
+
+    Texture* Bucket::AddTextureLoading(const char* name, const QueryPtr& query,
+                                       void (*callback)(Texture*, bool, void*), void* userData)
+    {
+        if (!ZEM_ASSERT(name != nullptr && name[0] != '\0', "Name must be valid !")) return nullptr;
+        if (Texture* existing = m_kTextureLibrary.Find(name))
+        {
+            // Shared: its own load tells its own requester; this one is told at once.
+            if (query) query->SetState(existing->GetLoadState() == Texture::eFallback ? Query::eCancelled : Query::eDone);
+            if (callback) callback(existing, existing->GetLoadState() != Texture::eFallback, userData);
+            return existing;
+        }
+        // A placeholder shape until the file gives its own.
+        TextureDesc desc;
+        desc.uWidth = desc.uHeight = 1;
+        desc.uFormat = TFMT_BGRA8;
+        Texture* texture = Texture::Create(desc, name);
+        if (!texture) return nullptr;
+        if (!m_kTextureLibrary.Add(name, texture))
+        {
+            texture->Release();
+            return AddTextureLoading(name, query, callback, userData);
+        }
+        texture->SetLoadState(Texture::eLoading);
+        LoadingThread* loader = m_pRenderThread ? m_pRenderThread->GetLoader() : nullptr;
+        if (!loader)
+        {
+            if (query) query->SetState(Query::eCancelled);
+            UseFallbackTexture(*texture, m_pRenderThread, "no loading thread");
+            if (callback) callback(texture, false, userData);
+            return texture;
+        }
+        loader->AddLoaderWork<Texture>(texture, name, this, false, query, callback, userData);
+        return texture;
     }
 
     // ---------------------------------------------------------------- buffer references

@@ -17,6 +17,7 @@
 #include "zemrenderer/geometry/Geometry.h"
 #include "zemrenderer/scene/RUserID.h"
 #include "zemrenderer/scene/UserData.h"
+#include "zemrenderer/texture/TextureLibrary.h"
 #include "zemrenderer/thread/Query.h"
 
 namespace ZemRenderer
@@ -28,6 +29,8 @@ namespace ZemRenderer
     class Property;
     class LOctreeRoot;
     class RenderThread;
+    class Texture;
+    struct TextureDesc;
 
     class Bucket
     {
@@ -123,6 +126,17 @@ namespace ZemRenderer
         DrawGeometry* CreateDrawGeometry(Geometry* geometry, Property* property = nullptr, Effect* effect = nullptr);
         TPool<Geometry>& GetGeometryPool() { return m_kGeometryPool; }
         TPool<DrawGeometry>& GetDrawGeometryPool() { return m_kDrawGeometryPool; }
+        // A texture of the bucket's library made from a description, with a reference for
+        // the caller. A name already in the library is refused ("Texture already created
+        // => use update texture instead").
+        Texture* CreateTexture(const char* name, const TextureDesc& desc);
+        // The texture file `name`, shared: the library's texture if it has one, else a new
+        // one read through the loading and process threads. The caller gets a reference.
+        // `query` goes to done, or to cancelled when the file could not be read, in which
+        // case the texture shows the fallback picture.
+        Texture* AddTextureLoading(const char* name, const QueryPtr& query = QueryPtr(),
+                                   void (*callback)(Texture*, bool, void*) = nullptr, void* userData = nullptr);
+        TextureLibrary& GetTextureLibrary() { return m_kTextureLibrary; }
 
         bool RegisterBufferReference(const char* name, BufferReference* reference);
         BufferReference* FindBufferReference(const char* name);
@@ -151,5 +165,6 @@ namespace ZemRenderer
         StringChunk* m_pFirstChunk = nullptr;
         StringChunk* m_pLastChunk = nullptr;
         TArray<LOctreeRoot*> m_aOctrees;
+        TextureLibrary m_kTextureLibrary;
     };
 }

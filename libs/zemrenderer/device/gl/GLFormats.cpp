@@ -1,6 +1,7 @@
 #include "zemrenderer/device/gl/GLFormats.h"
 
 #include "zemrenderer/device/Texture.h"
+#include "zemrenderer/texture/TextureFormat.h"
 
 namespace ZemRenderer::GL
 {
@@ -23,7 +24,16 @@ namespace ZemRenderer::GL
             case eFormatR32FUnordered: out = {GL_R32F, GL_RED, GL_FLOAT, 4, false, false}; return true;
             case eFormatG32R32F: out = {GL_RG32F, GL_RG, GL_FLOAT, 8, false, false}; return true;
             case eFormatA32B32G32R32F: out = {GL_RGBA32F, GL_RGBA, GL_FLOAT, 16, false, false}; return true;
-            default: return false;
+            default: break;
         }
+        // Texture files: the renderer's table. Block formats read back decoded, as RGBA8.
+        const TextureFormatInfo* info = FindTextureFormat(format);
+        if (!info || !info->CanBeFile()) return false;
+        if (info->IsCompressed())
+            out = {info->uGLInternalFormat, GL_RGBA, GL_UNSIGNED_BYTE, 4, false, false};
+        else
+            out = {info->uGLInternalFormat, info->uGLFormat, info->uGLType, info->uBitsPerPixel / 8u,
+                   (info->uFlags & eTexFmtDepth) != 0, (info->uFlags & eTexFmtStencil) != 0};
+        return true;
     }
 }

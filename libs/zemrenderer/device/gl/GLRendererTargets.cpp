@@ -12,6 +12,7 @@
 #include "zemrenderer/device/gl/GLDebug.h"
 #include "zemrenderer/device/gl/GLFormats.h"
 #include "zemrenderer/device/gl/GLRendererInternal.h"
+#include "zemrenderer/device/gl/GLTextureUpload.h"
 
 namespace ZemRenderer
 {
@@ -328,5 +329,22 @@ namespace ZemRenderer
         glTextureSubImage2D(texture->GetDeviceObject(), level, 0, 0, width, height, format.eFormat, format.eType, data);
         glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
         return true;
+    }
+
+    bool GLRenderer::UploadTexture(Texture* texture, const TextureUpdateBuffer& buffer, bool create)
+    {
+        if (!Ready() || !ZEM_ASSERT(texture, "UploadTexture without texture")) return false;
+        if (create || !texture->GetDeviceObject())
+        {
+            // A file's texture takes the shape its file gives: made anew, never resized.
+            if (texture->GetDeviceObject()) FreeStorage(texture);
+            texture->ApplyFileInfo();
+            const GLuint name = CreateTextureStorage(texture->GetFileInfo());
+            if (!name) return false;
+            texture->SetDeviceObject(this, name);
+            m_aTextures.push_back(texture);
+        }
+        const bool ok = UploadRegions(texture->GetDeviceObject(), texture->GetFileInfo(), buffer);
+        return DrainErrors("UploadTexture", &m_uGLErrors) == 0 && ok;
     }
 }

@@ -203,6 +203,12 @@ namespace ZemRenderer
         return true;
     }
 
+    bool NullRenderer::UploadTexture(Texture* texture, const TextureUpdateBuffer& buffer, bool create)
+    {
+        Record(DeviceOp::UploadTexture, {{P(texture), P(&buffer), create}, {}});
+        return true;
+    }
+
     void NullRenderer::RenderImmediate(Geometry* geometry, Property* property, uint32_t flags)
     {
         Record(DeviceOp::RenderImmediate, {{P(geometry), P(property), flags}, {}});

@@ -68,6 +68,7 @@ namespace ZemRenderer
         bool ResizeTexture(Texture* texture, uint32_t width, uint32_t height) override;
         void DeleteTexture(Texture* texture) override;
         bool UpdateTexture(Texture* texture, uint32_t subresource, const void* data, uint32_t size) override;
+        bool UploadTexture(Texture* texture, const TextureUpdateBuffer& buffer, bool create) override;
 
         void RenderImmediate(Geometry* geometry, Property* property, uint32_t flags) override;
         void DrawSortedCommands(const DrawCommand* commands, uint32_t count) override;
